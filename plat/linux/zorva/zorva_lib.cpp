@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Text output and bounded copies. All of it is reentrant: there is no state,
+ * and so no lock.
+ */
+#include "zorva_lib.h"
+#include "zorva_util.h"
+#include "zorva/mem.h"
+
+namespace
+{
+
+/*
+ * Copies a text, its end included, to an output position that moves only
+ * while there is room: with none left, it stays on the last byte, which every
+ * later character overwrites. Returns the text's length.
+ */
+u32 copy_while_room(char *out, const char *text, u32 room)
+{
+	const char *in = text;
+
+	while ((*out = *in) != '\0') {
+		++in;
+		if (room) {
+			--room;
+			++out;
+		}
+	}
+	return in - text;
+}
+
+} // namespace
+
+void copy_text(char *dst, const char *text, u32 size)
+{
+	const uintptr_t address = reinterpret_cast<uintptr_t>(text);
+
+	/* Null and error pointers: the kernel has words for those. */
+	if (unlikely(address - ZK_PAGE_SIZE >=
+		     -static_cast<uintptr_t>(2 * ZK_PAGE_SIZE))) {
+		snprintf(dst, size, "%s", text);
+		return;
+	}
+
+	while (--size && *text)
+		*dst++ = *text++;
+	*dst = '\0';
+}
+
+void zorva_proc_printf(struct seq_file *seq, const char *format, ...)
+{
+	va_list args;
+
+	va_start(args, format);
+	if (seq) {
+		seq_vprintf(seq, format, args);
+	} else {
+		const u32 size = strlen(format) + 33;
+		void *buffer = zorva_malloc(ZORVA_COMPONENT_SELF, size);
+
+		if (buffer) {
+			char *continued = static_cast<char *>(buffer);
+
+			snprintf(continued, size, "%s%s", KERN_CONT, format);
+			vprintk(continued, args);
+		}
+		zorva_free_cleanup(&buffer);
+	}
+	va_end(args);
+}
+
+u32 zorva_strlcpy(char *dst, const char *src, u32 size)
+{
+	char scratch;
+
+	if (!size)
+		return copy_while_room(&scratch, src, 0);
+	return copy_while_room(dst, src, size - 1);
+}
+
+u32 strlcat(char *dst, const char *src, u32 size)
+{
+	u32 length = 0;
+	char scratch;
+
+	while (length < size && dst[length])
+		++length;
+	if (length == size)
+		return length + copy_while_room(&scratch, src, 0);
+	return length + copy_while_room(dst + length, src, size - length - 1);
+}
