@@ -7,18 +7,32 @@
  * module's metadata.
  */
 #include <linux/ctype.h>
+#include <linux/delay.h>
 #include <linux/export.h>
+#include <linux/hrtimer.h>
 #include <linux/kernel.h>
+#include <linux/kthread.h>
+#include <linux/list.h>
 #include <linux/module.h>
+#include <linux/mutex.h>
+#include <linux/notifier.h>
+#include <linux/pid_namespace.h>
 #include <linux/printk.h>
 #include <linux/proc_fs.h>
 #include <linux/sched.h>
+#include <linux/sched/signal.h>
+#include <linux/sched/task.h>
+#include <linux/semaphore.h>
 #include <linux/seq_file.h>
 #include <linux/slab.h>
 #include <linux/spinlock.h>
 #include <linux/string.h>
 #include <linux/timekeeping.h>
+#include <linux/timer.h>
 #include <linux/uaccess.h>
+#include <linux/wait.h>
+#include <net/netevent.h>
+#include <uapi/linux/sched/types.h>
 
 #include "zk.h"
 #include "zorva_reports.h"
@@ -39,6 +53,13 @@ u32 zk_peek(const void *address)
 }
 
 DEFINE_SPINLOCK(_mallocMemLck);
+DEFINE_SPINLOCK(_zorvaLockDbgLck);
+DEFINE_SPINLOCK(_zorvaThreadLock);
+DEFINE_SPINLOCK(_zorvaTimerLock);
+DEFINE_SPINLOCK(_waitListLck);
+DEFINE_MUTEX(zorva_msgq_list_lock);
+LIST_HEAD(kthread_list);
+LIST_HEAD(zorva_msgq_list);
 
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 {
@@ -51,6 +72,214 @@ unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 {
 	spin_unlock_irqrestore(lock, flags);
+}
+
+void zk_mutex_lock(struct mutex *lock)
+{
+	mutex_lock(lock);
+}
+
+void zk_sema_init(struct semaphore *sem, u32 count)
+{
+	sema_init(sem, count);
+}
+
+u32 zk_sema_count(const struct semaphore *sem)
+{
+	return READ_ONCE(sem->count);
+}
+
+void zk_list_add(struct list_head *link, struct list_head *head)
+{
+	list_add(link, head);
+}
+
+void zk_list_del(struct list_head *link)
+{
+	list_del(link);
+}
+
+struct list_head *zk_list_next(const struct list_head *link)
+{
+	return link->next;
+}
+
+/* A link of which the compiler knows that it may lie at any address. */
+struct unaligned_link {
+	struct unaligned_link *next;
+	struct unaligned_link *prev;
+} __packed;
+
+void zk_list_add_tail_unaligned(void *link, struct list_head *head)
+{
+	struct unaligned_link *new = link;
+	struct unaligned_link *next = (struct unaligned_link *)head;
+	struct unaligned_link *prev = next->prev;
+
+	BUILD_BUG_ON(sizeof(*new) != sizeof(*head));
+	new->next = next;
+	new->prev = prev;
+	prev->next = new;
+	next->prev = new;
+}
+
+void zk_list_del_unaligned(void *link)
+{
+	struct unaligned_link *old = link;
+
+	old->next->prev = old->prev;
+	old->prev->next = old->next;
+	old->next = (struct unaligned_link *)LIST_POISON1;
+	old->prev = (struct unaligned_link *)LIST_POISON2;
+}
+
+void *zk_list_next_unaligned(const void *link)
+{
+	const struct unaligned_link *from = link;
+
+	return from->next;
+}
+
+bool zk_in_interrupt(void)
+{
+	return in_interrupt();
+}
+
+struct task_struct *zk_current(void)
+{
+	return current;
+}
+
+pid_t zk_current_pid(void)
+{
+	return current->pid;
+}
+
+bool zk_current_is_kthread(void)
+{
+	return current->flags & PF_KTHREAD;
+}
+
+char *zk_task_comm(struct task_struct *task)
+{
+	return task->comm;
+}
+
+pid_t zk_task_pid_nr(const struct task_struct *task)
+{
+	return task->pid;
+}
+
+struct pid *zk_task_pid(struct task_struct *task)
+{
+	return task_pid(task);
+}
+
+long zk_task_state(const struct task_struct *task)
+{
+	return task->state;
+}
+
+void zk_get_task_struct(struct task_struct *task)
+{
+	get_task_struct(task);
+}
+
+void zk_put_task_struct(struct task_struct *task)
+{
+	put_task_struct(task);
+}
+
+bool zk_comm_of_pid(pid_t pid, char comm[TASK_COMM_LEN])
+{
+	struct task_struct *task;
+
+	/* Most ask about themselves; then there is nothing to look up. */
+	if (pid == current->pid &&
+	    task_active_pid_ns(current) == &init_pid_ns) {
+		memcpy(comm, current->comm, TASK_COMM_LEN);
+		return true;
+	}
+
+	rcu_read_lock();
+	task = pid_task(find_vpid(pid), PIDTYPE_PID);
+	if (task)
+		__get_task_comm(comm, TASK_COMM_LEN, task);
+	rcu_read_unlock();
+	return task;
+}
+
+extern typeof(sched_setscheduler) sched_setscheduler __weak;
+
+int zk_sched_setscheduler(struct task_struct *task, int policy, int priority)
+{
+	const struct sched_param param = { .sched_priority = priority };
+
+	if (!sched_setscheduler)
+		return -ENOSYS;
+	return sched_setscheduler(task, policy, &param);
+}
+
+bool zk_signal_pending(void)
+{
+	return signal_pending(current);
+}
+
+bool zk_fatal_signal_pending(void)
+{
+	return fatal_signal_pending(current);
+}
+
+bool zk_signal_is_pending(int signal)
+{
+	return sigismember(&current->pending.signal, signal) ||
+	       sigismember(&current->signal->shared_pending.signal, signal);
+}
+
+void zk_complete_and_exit(long code)
+{
+	complete_and_exit(NULL, code);
+}
+
+unsigned long zk_jiffies(void)
+{
+	return jiffies;
+}
+
+void zk_timer_set_expires(struct timer_list *timer, unsigned long expires)
+{
+	timer->expires = expires;
+}
+
+void zk_hrtimer_set_function(
+	struct hrtimer *timer,
+	enum hrtimer_restart (*function)(struct hrtimer *timer))
+{
+	timer->function = function;
+}
+
+void zk_udelay(unsigned long usecs)
+{
+	udelay(usecs);
+}
+
+void zk_notifier_init(struct notifier_block *block,
+		      int (*call)(struct notifier_block *block,
+				  unsigned long event, void *data))
+{
+	block->notifier_call = call;
+}
+
+int zk_register_netevent_notifier(struct notifier_block *block)
+{
+	return IS_ENABLED(CONFIG_NET) ? register_netevent_notifier(block)
+				      : -ENOSYS;
+}
+
+int zk_unregister_netevent_notifier(struct notifier_block *block)
+{
+	return IS_ENABLED(CONFIG_NET) ? unregister_netevent_notifier(block)
+				      : -ENOSYS;
 }
 
 void zk_ktime_get_ts64(s64 *secs, u32 *nsecs)
@@ -83,6 +312,11 @@ struct seq_file *zk_seq_of(struct file *file)
 	return file->private_data;
 }
 
+bool zk_seq_has_overflowed(struct seq_file *seq)
+{
+	return seq_has_overflowed(seq);
+}
+
 void *zk_seq_private(struct seq_file *seq)
 {
 	return seq->private;
@@ -112,6 +346,53 @@ EXPORT_SYMBOL(zorva_uptime_ticks_get);
 EXPORT_SYMBOL(zorva_time_usecs_ret);
 EXPORT_SYMBOL(zorva_time_msecs_ret);
 EXPORT_SYMBOL(zorva_time_secs_ret);
+EXPORT_SYMBOL(zorva_atomic_inc);
+EXPORT_SYMBOL(zorva_atomic_add_return);
+EXPORT_SYMBOL(zorva_atomic_set);
+EXPORT_SYMBOL(zorva_atomic_dec_return);
+EXPORT_SYMBOL(zorva_atomic_sub_return);
+EXPORT_SYMBOL(zorva_atomic_read);
+EXPORT_SYMBOL(zorva_md5_hash);
+EXPORT_SYMBOL(zorva_thread_create_track);
+EXPORT_SYMBOL(zorva_thread_destroy_track);
+EXPORT_SYMBOL(zorva_thread_exit_track);
+EXPORT_SYMBOL(zorva_mutex_create_track);
+EXPORT_SYMBOL(zorva_mutex_destroy_track);
+EXPORT_SYMBOL(zorva_mutex_take_track);
+EXPORT_SYMBOL(zorva_mutex_give_track);
+EXPORT_SYMBOL(zorva_mutex_is_locked_track);
+EXPORT_SYMBOL(zorva_sem_create_track);
+EXPORT_SYMBOL(zorva_sem_destroy_track);
+EXPORT_SYMBOL(zorva_sem_take_track);
+EXPORT_SYMBOL(zorva_sem_give_track);
+EXPORT_SYMBOL(zorva_msg_queue_create_track);
+EXPORT_SYMBOL(zorva_msg_queue_delete_track);
+EXPORT_SYMBOL(zorva_msg_queue_send_track);
+EXPORT_SYMBOL(zorva_msg_queue_receive_track);
+EXPORT_SYMBOL(zorva_msg_queue_depth);
+EXPORT_SYMBOL(zorva_msg_queue_max_depth);
+EXPORT_SYMBOL(zorva_event_create);
+EXPORT_SYMBOL(zorva_event_destroy);
+EXPORT_SYMBOL(zorva_event_wait);
+EXPORT_SYMBOL(zorva_event_set);
+EXPORT_SYMBOL(zorva_timer_init_track);
+EXPORT_SYMBOL(zorva_timer_start_track);
+EXPORT_SYMBOL(zorva_timer_stop_track);
+EXPORT_SYMBOL(zorva_timer_refresh_track);
+EXPORT_SYMBOL(zorva_hrt_timer_init_track);
+EXPORT_SYMBOL(zorva_hrt_timer_start_track);
+EXPORT_SYMBOL(zorva_hrt_timer_stop_track);
+EXPORT_SYMBOL(zorva_hrt_timer_refresh_track);
+EXPORT_SYMBOL(zorva_wait_module_create_track);
+EXPORT_SYMBOL(zorva_wait_module_destroy_track);
+EXPORT_SYMBOL(zorva_wait_event_track);
+EXPORT_SYMBOL(zorva_wake_up_track);
+EXPORT_SYMBOL(zorva_time_usleep);
+EXPORT_SYMBOL(zorva_time_sleep);
+EXPORT_SYMBOL(zorva_time_udelay);
+EXPORT_SYMBOL(zorva_time_mdelay);
+EXPORT_SYMBOL(zorva_netevent_ntfy_register);
+EXPORT_SYMBOL(zorva_netevent_ntfy_unregister);
 
 MODULE_LICENSE("GPL");
 MODULE_DESCRIPTION("ZORVA Module");

@@ -29,9 +29,12 @@
 #define likely(x) __builtin_expect(!!(x), 1)
 #define unlikely(x) __builtin_expect(!!(x), 0)
 
+/* Tracked blocks are aligned to a word; nothing in them may expect more. */
 #define ZK_OPAQUE(name, size, alignment)                                       \
 	struct name {                                                          \
-		alignas(alignment) unsigned char storage[size];                \
+		alignas((alignment) > sizeof(long)                             \
+				? sizeof(long)                                 \
+				: (alignment)) unsigned char storage[size];    \
 	}
 
 extern "C" {
@@ -41,6 +44,9 @@ using loff_t = long long;
 using ssize_t = ptrdiff_t;
 using umode_t = unsigned short;
 using ktime_t = s64;
+using pid_t = int;
+using clockid_t = int;
+using __sighandler_t = void (*)(int);
 
 inline constexpr gfp_t GFP_ATOMIC = ZK_GFP_ATOMIC;
 inline constexpr gfp_t GFP_KERNEL = ZK_GFP_KERNEL;
@@ -48,6 +54,12 @@ inline constexpr gfp_t __GFP_ZERO = ZK_GFP_ZERO;
 inline constexpr int EPERM = 1;
 inline constexpr int ENOMEM = 12;
 inline constexpr int EFAULT = 14;
+inline constexpr int ETIME = 62;
+inline constexpr int SIGKILL = 9;
+inline constexpr int SIGTERM = 15;
+inline constexpr int SCHED_RR = 2;
+inline constexpr int TASK_INTERRUPTIBLE = ZK_TASK_INTERRUPTIBLE;
+inline constexpr clockid_t CLOCK_MONOTONIC = 1;
 
 /* Takes and gives away the log's continuation, as KERN_CONT does. */
 #define KERN_CONT "\001c"
@@ -56,22 +68,44 @@ enum tk_offsets {
 	TK_OFFS_REAL = 0,
 	TK_OFFS_BOOT = ZK_TK_OFFS_BOOT,
 };
+enum hrtimer_mode {
+	HRTIMER_MODE_ABS = 0,
+	HRTIMER_MODE_REL = ZK_HRTIMER_MODE_REL,
+};
+enum hrtimer_restart {
+	HRTIMER_NORESTART,
+	HRTIMER_RESTART,
+};
 
 ZK_OPAQUE(spinlock, ZK_SIZEOF_SPINLOCK, ZK_ALIGNOF_SPINLOCK);
 using spinlock_t = struct spinlock;
+ZK_OPAQUE(mutex, ZK_SIZEOF_MUTEX, ZK_ALIGNOF_MUTEX);
+ZK_OPAQUE(semaphore, ZK_SIZEOF_SEMAPHORE, ZK_ALIGNOF_SEMAPHORE);
+ZK_OPAQUE(list_head, ZK_SIZEOF_LIST_HEAD, ZK_ALIGNOF_LIST_HEAD);
+ZK_OPAQUE(timer_list, ZK_SIZEOF_TIMER_LIST, ZK_ALIGNOF_TIMER_LIST);
+ZK_OPAQUE(hrtimer, ZK_SIZEOF_HRTIMER, ZK_ALIGNOF_HRTIMER);
+ZK_OPAQUE(wait_queue_head, ZK_SIZEOF_WAIT_QUEUE_HEAD,
+	  ZK_ALIGNOF_WAIT_QUEUE_HEAD);
+ZK_OPAQUE(wait_queue_entry, ZK_SIZEOF_WAIT_QUEUE_ENTRY,
+	  ZK_ALIGNOF_WAIT_QUEUE_ENTRY);
+ZK_OPAQUE(notifier_block, ZK_SIZEOF_NOTIFIER_BLOCK, ZK_ALIGNOF_NOTIFIER_BLOCK);
+ZK_OPAQUE(lock_class_key, ZK_SIZEOF_LOCK_CLASS_KEY, ZK_ALIGNOF_LOCK_CLASS_KEY);
 
 #endif /* __cplusplus */
 
 struct file;
 struct inode;
+struct pid;
 struct proc_dir_entry;
 struct proc_ops;
 struct seq_file;
+struct task_struct;
 
 /* Text and memory. */
 int(snprintf)(char *buf, size_t size, const char *fmt, ...)
 	__attribute__((format(printf, 3, 4)));
 int(vsnprintf)(char *buf, size_t size, const char *fmt, va_list args);
+void *(memcpy)(void *to, const void *from, size_t count);
 void *(memset)(void *s, int c, size_t count);
 size_t(strlen)(const char *s);
 int(strcmp)(const char *a, const char *b);
@@ -94,12 +128,124 @@ u32 zk_peek(const void *address);
 
 /* Locks. Those with static initialisers, which are macros, live in zk.c. */
 extern spinlock_t _mallocMemLck;
+extern spinlock_t _zorvaLockDbgLck;
+extern spinlock_t _zorvaThreadLock;
+extern spinlock_t _zorvaTimerLock;
+extern spinlock_t _waitListLck;
+extern struct mutex zorva_msgq_list_lock;
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock);
 void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags);
+void(__mutex_init)(struct mutex *lock, const char *name,
+		   struct lock_class_key *key);
+void zk_mutex_lock(struct mutex *lock);
+void(mutex_unlock)(struct mutex *lock);
+bool(mutex_is_locked)(struct mutex *lock);
+void zk_sema_init(struct semaphore *sem, u32 count);
+u32 zk_sema_count(const struct semaphore *sem);
+void(down)(struct semaphore *sem);
+int(down_trylock)(struct semaphore *sem);
+int(down_timeout)(struct semaphore *sem, long jiffies);
+void(up)(struct semaphore *sem);
+
+/* Lists. */
+extern struct list_head kthread_list;
+extern struct list_head zorva_msgq_list;
+void zk_list_add(struct list_head *link, struct list_head *head);
+void zk_list_del(struct list_head *link);
+struct list_head *zk_list_next(const struct list_head *link);
+
+/*
+ * The same for links at any address, and for a list that has such links: no
+ * access relies on an alignment.
+ */
+void zk_list_add_tail_unaligned(void *link, struct list_head *head);
+void zk_list_del_unaligned(void *link);
+void *zk_list_next_unaligned(const void *link);
+
+/* Tasks. zk_in_interrupt() is true with bottom halves off, too. */
+bool zk_in_interrupt(void);
+struct task_struct *zk_current(void);
+pid_t zk_current_pid(void);
+bool zk_current_is_kthread(void);
+char *zk_task_comm(struct task_struct *task);
+pid_t zk_task_pid_nr(const struct task_struct *task);
+struct pid *zk_task_pid(struct task_struct *task);
+long zk_task_state(const struct task_struct *task);
+void zk_get_task_struct(struct task_struct *task);
+void zk_put_task_struct(struct task_struct *task);
+
+/*
+ * Copies the command name of the task with that PID, as the calling task sees
+ * PIDs. False when there is none; then nothing is copied.
+ */
+bool zk_comm_of_pid(pid_t pid, char comm[ZK_TASK_COMM_LEN]);
+struct task_struct *(kthread_create_on_node)(int (*fn)(void *data), void *data,
+					     int node, const char namefmt[],
+					     ...)
+	__attribute__((format(printf, 4, 5)));
+int(wake_up_process)(struct task_struct *task);
+void(set_user_nice)(struct task_struct *task, long nice);
+
+/* Refused with an error on a kernel that does not export its own. */
+int zk_sched_setscheduler(struct task_struct *task, int policy, int priority);
+
+/* Signals. */
+void(kernel_sigaction)(int signal, __sighandler_t action);
+int(kill_pid)(struct pid *pid, int signal, int privileged);
+void(flush_signals)(struct task_struct *task);
+bool zk_signal_pending(void);
+bool zk_fatal_signal_pending(void);
+
+/* True when the signal waits for the task itself or for its whole group. */
+bool zk_signal_is_pending(int signal);
+void zk_complete_and_exit(long code) __attribute__((noreturn));
+
+/* Timers. */
+unsigned long zk_jiffies(void);
+unsigned long(__msecs_to_jiffies)(const unsigned int msecs);
+void(init_timer_key)(struct timer_list *timer,
+		     void (*function)(struct timer_list *timer),
+		     unsigned int flags, const char *name,
+		     struct lock_class_key *key);
+void zk_timer_set_expires(struct timer_list *timer, unsigned long expires);
+void(add_timer)(struct timer_list *timer);
+int(del_timer)(struct timer_list *timer);
+void(hrtimer_init)(struct hrtimer *timer, clockid_t clock,
+		   enum hrtimer_mode mode);
+void zk_hrtimer_set_function(
+	struct hrtimer *timer,
+	enum hrtimer_restart (*function)(struct hrtimer *timer));
+void(hrtimer_start_range_ns)(struct hrtimer *timer, ktime_t expires, u64 slack,
+			     const enum hrtimer_mode mode);
+int(hrtimer_cancel)(struct hrtimer *timer);
+
+/* Sleeping and waiting. */
+void(__init_waitqueue_head)(struct wait_queue_head *queue, const char *name,
+			    struct lock_class_key *key);
+void(init_wait_entry)(struct wait_queue_entry *entry, int flags);
+long(prepare_to_wait_event)(struct wait_queue_head *queue,
+			    struct wait_queue_entry *entry, int state);
+void(finish_wait)(struct wait_queue_head *queue,
+		  struct wait_queue_entry *entry);
+void(__wake_up)(struct wait_queue_head *queue, unsigned int mode, int count,
+		void *key);
+void(schedule)(void);
+signed long(schedule_timeout)(signed long timeout);
+void(yield)(void);
+void(usleep_range)(unsigned long min, unsigned long max);
+void zk_udelay(unsigned long usecs);
+
+/* Network events. */
+void zk_notifier_init(struct notifier_block *block,
+		      int (*call)(struct notifier_block *block,
+				  unsigned long event, void *data));
+int zk_register_netevent_notifier(struct notifier_block *block);
+int zk_unregister_netevent_notifier(struct notifier_block *block);
 
 /* Clocks. */
 ktime_t(ktime_get_coarse_with_offset)(enum tk_offsets offs);
 ktime_t(ktime_get_with_offset)(enum tk_offsets offs);
+u32(ktime_get_resolution_ns)(void);
 void zk_ktime_get_ts64(s64 *secs, u32 *nsecs);
 
 /* Proc and sequence files. */
@@ -116,6 +262,7 @@ int(single_open_size)(struct file *file,
 int(single_release)(struct inode *inode, struct file *file);
 void(seq_vprintf)(struct seq_file *seq, const char *fmt, va_list args);
 struct seq_file *zk_seq_of(struct file *file);
+bool zk_seq_has_overflowed(struct seq_file *seq);
 void *zk_seq_private(struct seq_file *seq);
 void zk_seq_set_private(struct seq_file *seq, void *data);
 unsigned long zk_copy_from_user(void *to, const void *from,

@@ -16,7 +16,8 @@ struct component {
 };
 
 constexpr component components[] = {
-#define ZORVA_COMPONENT(id, name, desc, ...) {id, #name, desc, {__VA_ARGS__}},
+#define ZORVA_COMPONENT(id, name, desc, ...)                                   \
+	{ id, #name, desc, { __VA_ARGS__ } },
 #include ZORVA_COMPONENT_LIST
 #undef ZORVA_COMPONENT
 };

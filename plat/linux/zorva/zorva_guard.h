@@ -27,4 +27,40 @@ private:
 	const unsigned long flags_;
 };
 
+/* Holds a semaphore of count 1 that serves as a sleeping lock. */
+class sema_guard {
+public:
+	[[nodiscard]] explicit sema_guard(semaphore &lock) : lock_(lock)
+	{
+		down(&lock_);
+	}
+	~sema_guard()
+	{
+		up(&lock_);
+	}
+	sema_guard(const sema_guard &) = delete;
+	sema_guard &operator=(const sema_guard &) = delete;
+
+private:
+	semaphore &lock_;
+};
+
+/* Holds a mutex of the kernel. */
+class mutex_guard {
+public:
+	[[nodiscard]] explicit mutex_guard(struct mutex &lock) : lock_(lock)
+	{
+		zk_mutex_lock(&lock_);
+	}
+	~mutex_guard()
+	{
+		mutex_unlock(&lock_);
+	}
+	mutex_guard(const mutex_guard &) = delete;
+	mutex_guard &operator=(const mutex_guard &) = delete;
+
+private:
+	struct mutex &lock_;
+};
+
 #endif

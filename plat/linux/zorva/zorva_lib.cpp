@@ -47,6 +47,16 @@ void copy_text(char *dst, const char *text, u32 size)
 	*dst = '\0';
 }
 
+void name_object(char (&name)[name_size], const char *given, u32 compId,
+		 u32 line)
+{
+	if (given)
+		copy_text(name, given, name_size);
+	else
+		snprintf(name, name_size, "%s-%u", _componentName[compId],
+			 line);
+}
+
 void zorva_proc_printf(struct seq_file *seq, const char *format, ...)
 {
 	va_list args;

@@ -21,4 +21,12 @@ u32 strlcat(char *dst, const char *src, u32 size);
  */
 void copy_text(char *dst, const char *text, u32 size);
 
+/*
+ * Writes an object's name: the given one, or the owner's short name, a dash
+ * and the caller's line.
+ */
+inline constexpr u32 name_size = 32;
+void name_object(char (&name)[name_size], const char *given, u32 compId,
+		 u32 line);
+
 #endif

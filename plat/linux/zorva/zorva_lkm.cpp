@@ -9,6 +9,10 @@
  */
 #include "zorva_lkm.h"
 #include "zorva_mem.h"
+#include "zorva_msgq.h"
+#include "zorva_sem.h"
+#include "zorva_thread.h"
+#include "zorva_timer.h"
 #include "zorva_util.h"
 
 constinit struct proc_dir_entry *_zorvaProcDir = nullptr;
@@ -19,12 +23,6 @@ namespace
 constexpr char directory[] = "zorva";
 constexpr umode_t read_only = 0444;
 constexpr size_t buffer_size = 32768;
-
-/* The report of a service that has none. */
-[[maybe_unused]] int zorva_no_dump(struct seq_file *)
-{
-	return 0;
-}
 
 constexpr const char *entries[] = {
 #define ENTRY(id, entry, dump, writer) entry,

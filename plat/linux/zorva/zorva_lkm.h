@@ -8,9 +8,9 @@
 
 /* What an open report file has of its own; zero at its allocation. */
 struct zorva_proc_priv_t {
-	u32 state;	/* 1 from the open to the end of the first dump */
+	u32 state; /* 1 from the open to the end of the first dump */
 	u32 reserved;
-	void *pBuf;	/* a tracked block that goes with the file, or null */
+	void *pBuf; /* a tracked block that goes with the file, or null */
 };
 
 extern "C" {

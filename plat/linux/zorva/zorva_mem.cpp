@@ -211,9 +211,12 @@ int zorva_mem_dump(struct seq_file *seq)
 {
 	const irq_spin_guard lock(_mallocMemLck);
 
-	zorva_proc_printf(seq, "           Curr        Max         Alloc       Free             \n");
-	zorva_proc_printf(seq, "Component  Usage       Usage       Count       Count       Delta\n");
-	zorva_proc_printf(seq, "===================================================================\n");
+	zorva_proc_printf(seq,
+			  "           Curr        Max         Alloc       Free             \n");
+	zorva_proc_printf(seq,
+			  "Component  Usage       Usage       Count       Count       Delta\n");
+	zorva_proc_printf(seq,
+			  "===================================================================\n");
 	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i) {
 		const zorva_mem_usage_t &usage = _zorvaMallocMemUsage[i];
 
@@ -253,7 +256,8 @@ void print_block(struct seq_file *seq, block_header *block)
 	 * The value shown is meant to be read at four times the guard's
 	 * distance, beyond the block.
 	 */
-	zorva_proc_printf(seq, "<memory corruption 0x%px invalid end 0x%08x (expected 0x%08x) (%s, %u)>\n",
+	zorva_proc_printf(seq,
+			  "<memory corruption 0x%px invalid end 0x%08x (expected 0x%08x) (%s, %u)>\n",
 			  block, zk_peek(user + rounded(block->size) * 4),
 			  guard_magic, block->file, block->line);
 }
@@ -273,8 +277,7 @@ int zorva_mem_dump_detail(struct seq_file *seq)
 
 		if (!is_shown(i))
 			continue;
-		zorva_proc_printf(seq, "Component   : %s\n",
-				  _componentName[i]);
+		zorva_proc_printf(seq, "Component   : %s\n", _componentName[i]);
 		zorva_proc_printf(seq, "Curr Usage  : %u\n", usage.currUsage);
 		zorva_proc_printf(seq, "Max Usage   : %u\n", usage.maxUsage);
 		zorva_proc_printf(seq, "Alloc Count : %u\n", usage.allocCount);

@@ -12,14 +12,14 @@
  * multiple of 4, and then the guard.
  */
 struct zorva_mem_block_hdr_t {
-	u32 startMagic;	/* alive or freed */
-	u32 size;	/* bytes asked for */
-	u32 magic;	/* written once, never changed */
-	u32 compId;	/* the owner */
-	u32 line;	/* the caller's */
-	u32 allocTime;	/* seconds since boot */
-	u32 inUse;	/* 1 while alive, then 0 */
-	char file[16];	/* the caller's, at most 14 characters */
+	u32 startMagic;		     /* alive or freed */
+	u32 size;		     /* bytes asked for */
+	u32 magic;		     /* written once, never changed */
+	u32 compId;		     /* the owner */
+	u32 line;		     /* the caller's */
+	u32 allocTime;		     /* seconds since boot */
+	u32 inUse;		     /* 1 while alive, then 0 */
+	char file[16];		     /* the caller's, at most 14 characters */
 	zorva_mem_block_hdr_t *prev; /* the next newer block */
 	zorva_mem_block_hdr_t *next; /* the next older block */
 };
@@ -28,7 +28,7 @@ struct zorva_mem_block_hdr_t {
 struct zorva_mem_usage_t {
 	u32 currUsage;	/* bytes asked for */
 	u32 maxUsage;	/* the highest currUsage so far */
-	u32 allocCount;	/* allocations that succeeded */
+	u32 allocCount; /* allocations that succeeded */
 	u32 freeCount;	/* frees that were completed */
 };
 

@@ -5,21 +5,20 @@
 
 /*
  * X(id, entry, dump, writer): the name of the entry under /proc/zorva, the
- * function that prints its text, and its write handler if it has one. A report
- * whose service is not there yet has zorva_no_dump as its dump.
+ * function that prints its text, and its write handler if it has one.
  */
 #define ZORVA_REPORTS(X)                                                       \
-	X(mutex, "zorva.mutex", zorva_no_dump, NULL)                           \
-	X(mutex_detail, "zorva.mutex.detail", zorva_no_dump, NULL)             \
-	X(sem, "zorva.sem", zorva_no_dump, NULL)                               \
-	X(sem_detail, "zorva.sem.detail", zorva_no_dump, NULL)                 \
+	X(mutex, "zorva.mutex", zorva_mutex_dump, NULL)                        \
+	X(mutex_detail, "zorva.mutex.detail", zorva_mutex_dump_detail, NULL)   \
+	X(sem, "zorva.sem", zorva_sem_dump, NULL)                              \
+	X(sem_detail, "zorva.sem.detail", zorva_sem_dump_detail, NULL)         \
 	X(mem, "zorva.mem", zorva_mem_dump, NULL)                              \
 	X(mem_detail, "zorva.mem.detail", zorva_mem_dump_detail,               \
 	  zorva_mem_detail_write)                                              \
-	X(thread, "zorva.thread", zorva_no_dump, NULL)                         \
-	X(timer, "zorva.timer", zorva_no_dump, NULL)                           \
-	X(hrt, "zorva.hrt", zorva_no_dump, NULL)                               \
-	X(msgq, "zorva.msgq", zorva_no_dump, NULL)
+	X(thread, "zorva.thread", zorva_thread_dump, NULL)                     \
+	X(timer, "zorva.timer", zorva_timer_dump, NULL)                        \
+	X(hrt, "zorva.hrt", zorva_hrt_timer_dump, NULL)                        \
+	X(msgq, "zorva.msgq", zorva_msg_queue_dump, NULL)
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * Readings of uptime and of monotonic time.
+ * Readings of uptime and of monotonic time, sleeps, and busy delays.
  *
- * All of them may be taken in any context and take no lock. Every result is
+ * The readings may be taken in any context and take no lock. Every result is
  * the low 32 bits of the reading: subtract two of them as unsigned numbers to
  * measure an interval.
  */
@@ -74,6 +74,51 @@ u32 zorva_time_msecs_ret(void);
  * Return: Seconds.
  */
 u32 zorva_time_secs_ret(void);
+
+/**
+ * zorva_time_usleep() - sleeps for microseconds
+ * @usecs: how long. Below 10,000 the sleep is exact to 3 microseconds where
+ *         high-resolution timers are in use, otherwise it yields until the
+ *         time is over; from 10,000 on it is rounded down to ticks of 10 ms.
+ *
+ * A signal that comes during a sleep of ticks is discarded, and the sleep goes
+ * on; but SIGKILL and SIGTERM end a kernel thread of this module with exit
+ * code 1, and make the call return early in any other task.
+ *
+ * Context: Thread. In an interrupt, or with bottom halves off, it returns at
+ * once.
+ */
+void zorva_time_usleep(u32 usecs);
+
+/**
+ * zorva_time_sleep() - sleeps for seconds
+ * @secs: how long; on a 32-bit machine at most 21,474,836. Beyond that the
+ *        kernel complains and the call returns at once.
+ *
+ * A signal is discarded, and the sleep goes on; but SIGKILL and SIGTERM end a
+ * thread of this module with exit code 1. In any other task they make the call
+ * return early, and are reported.
+ *
+ * Context: Thread. In an interrupt, or with bottom halves off, it returns at
+ * once.
+ */
+void zorva_time_sleep(u32 secs);
+
+/**
+ * zorva_time_udelay() - waits busily for microseconds
+ * @usecs: how long
+ *
+ * Context: Any; interrupts stay as they are.
+ */
+void zorva_time_udelay(u32 usecs);
+
+/**
+ * zorva_time_mdelay() - waits busily for milliseconds
+ * @msecs: how long
+ *
+ * Context: Any; interrupts stay as they are.
+ */
+void zorva_time_mdelay(u32 msecs);
 
 #ifdef __cplusplus
 }

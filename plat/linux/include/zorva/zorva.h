@@ -4,10 +4,19 @@
 #define ZORVA_ZORVA_H
 
 #include "types.h"
+#include "atomic.h"
 #include "components.h"
 #include "debug.h"
+#include "event.h"
 #include "lib.h"
 #include "mem.h"
+#include "msgq.h"
+#include "mutex.h"
+#include "netevent.h"
+#include "sem.h"
+#include "thread.h"
 #include "time.h"
+#include "timer.h"
+#include "wait.h"
 
 #endif

@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Message queues: a ring of slots under a tracked mutex, and two tracked
+ * semaphores that count what senders and receivers wait for.
+ *
+ * A queue's semaphore is taken before its mutex, and the mutex is given before
+ * the other semaphore. zorva_msgq_list_lock guards the list of queues only; no
+ * lock of a queue is taken under it.
+ */
+#include "zorva_msgq.h"
+#include "zorva_guard.h"
+#include "zorva_lib.h"
+#include "zorva_util.h"
+#include "zorva/mem.h"
+
+namespace
+{
+
+/* From here on codes are the caller's own errors, and not logged again. */
+constexpr s32 caller_errors = 0x7E000020;
+
+constexpr bool is_logged(u32 error)
+{
+	return static_cast<s32>(error) < caller_errors;
+}
+
+constexpr u32 smaller(u32 a, u32 b)
+{
+	return a < b ? a : b;
+}
+
+zorva_msg_queue *queue_of(void *link)
+{
+	return reinterpret_cast<zorva_msg_queue *>(
+		static_cast<char *>(link) -
+		__builtin_offsetof(zorva_msg_queue, link));
+}
+
+/* The names of a queue's locks, cut where they do not fit. */
+struct lock_names {
+	char mutex[name_size];
+	char tx[name_size];
+	char rx[name_size];
+
+	lock_names(const char *name, u32 line)
+	{
+		char base[name_size];
+
+		if (name)
+			snprintf(base, sizeof(base), "msgq-%s", name);
+		else
+			snprintf(base, sizeof(base), "msgq-%u", line);
+		snprintf(mutex, sizeof(mutex), "%s-ent", base);
+		snprintf(tx, sizeof(tx), "%s-tx", base);
+		snprintf(rx, sizeof(rx), "%s-rx", base);
+	}
+};
+
+void free_queue(u32 compId, zorva_msg_queue *queue)
+{
+	zorva_free(compId, queue->buffer);
+	zorva_free(compId, queue);
+}
+
+/* Moves a ring offset one slot on. */
+u32 next_slot(const zorva_msg_queue *queue, u32 offset)
+{
+	offset += queue->msgSize;
+	return offset < queue->bufferSize ? offset : offset - queue->bufferSize;
+}
+
+void put_message(zorva_msg_queue *queue, const void *msg, u32 length)
+{
+	memcpy(queue->buffer + queue->writeOffset, msg,
+	       smaller(length, queue->msgSize));
+	queue->writeOffset = next_slot(queue, queue->writeOffset);
+	++queue->currDepth;
+	if (queue->maxSeen < queue->currDepth)
+		queue->maxSeen = queue->currDepth;
+}
+
+void get_message(zorva_msg_queue *queue, void *buffer, u32 length)
+{
+	memcpy(buffer, queue->buffer + queue->readOffset,
+	       smaller(length, queue->msgSize));
+	queue->readOffset = next_slot(queue, queue->readOffset);
+	--queue->currDepth;
+}
+
+/* Sends; what was taken before a lock call failed is meant to stay taken. */
+u32 send(u32 compId, zorva_msg_queue *queue, const void *msg, u32 length,
+	 u32 timeout, const char *file, u32 line)
+{
+	u32 error =
+		zorva_sem_take_track(compId, queue->txSem, timeout, file, line);
+
+	if (error)
+		return error;
+	error = zorva_mutex_take_track(compId, queue->lock, file, line);
+	if (error)
+		return error;
+	put_message(queue, msg, length);
+	error = zorva_mutex_give_track(compId, queue->lock, file, line);
+	if (error)
+		return error;
+	return zorva_sem_give_track(compId, queue->rxSem, file, line);
+}
+
+/* Receives once a message is there; leaves what it took as send() does. */
+u32 receive(u32 compId, zorva_msg_queue *queue, void *buffer, u32 length,
+	    const char *file, u32 line)
+{
+	u32 error = zorva_mutex_take_track(compId, queue->lock, file, line);
+
+	if (error)
+		return error;
+	get_message(queue, buffer, length);
+	error = zorva_mutex_give_track(compId, queue->lock, file, line);
+	if (error)
+		return error;
+	return zorva_sem_give_track(compId, queue->txSem, file, line);
+}
+
+/* Destroys the locks of a queue, up to the first that refuses. */
+u32 destroy_locks(u32 compId, zorva_msg_queue *queue)
+{
+	u32 error = zorva_mutex_destroy(compId, queue->lock);
+
+	if (error)
+		return error;
+	error = zorva_sem_destroy(compId, queue->txSem);
+	if (error)
+		return error;
+	return zorva_sem_destroy(compId, queue->rxSem);
+}
+
+} // namespace
+
+zorva_msg_queue_t *zorva_msg_queue_create_track(u32 compId, const char *name,
+						u32 maxDepth, u32 msgSize,
+						const char *, u32 line)
+{
+	ZORVA_CHECK(compId != 0, nullptr);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
+	ZORVA_CHECK(maxDepth != 0, nullptr);
+	ZORVA_CHECK(msgSize != 0, nullptr);
+
+	auto *const queue = static_cast<zorva_msg_queue *>(
+		zorva_malloc(compId, sizeof(zorva_msg_queue)));
+
+	if (!queue) {
+		ZORVA_ERROR("allocate memory failed.(%u bytes)",
+			    static_cast<u32>(sizeof(zorva_msg_queue)));
+		return nullptr;
+	}
+
+	const lock_names names(name, line);
+
+	copy_text(queue->name, name ? name : _componentName[compId],
+		  sizeof(queue->name));
+	queue->component = compId;
+	queue->maxDepth = maxDepth;
+	queue->msgSize = msgSize;
+	queue->bufferSize = maxDepth * msgSize;
+	queue->buffer =
+		static_cast<char *>(zorva_malloc(compId, queue->bufferSize));
+	if (!queue->buffer) {
+		ZORVA_ERROR("allocate memory failed.(%u bytes)",
+			    queue->bufferSize);
+		zorva_free(compId, queue);
+		return nullptr;
+	}
+	queue->lock = zorva_mutex_create(compId, names.mutex);
+	if (!queue->lock) {
+		ZORVA_ERROR("create mutex failed.");
+		free_queue(compId, queue);
+		return nullptr;
+	}
+	queue->txSem = zorva_sem_create(compId, names.tx, maxDepth);
+	queue->rxSem = zorva_sem_create(compId, names.rx, 0);
+	if (!queue->txSem || !queue->rxSem) {
+		/* The text, and the mutex that stays, are meant to be so. */
+		ZORVA_ERROR("create mutex failed.");
+		zorva_sem_destroy(compId, queue->txSem);
+		zorva_sem_destroy(compId, queue->rxSem);
+		free_queue(compId, queue);
+		return nullptr;
+	}
+	{
+		const mutex_guard lock(zorva_msgq_list_lock);
+
+		zk_list_add_tail_unaligned(queue->link, &zorva_msgq_list);
+	}
+	ZORVA_INFO("MsgQ '%s' has been created", queue->name);
+	return queue;
+}
+
+u32 zorva_msg_queue_delete_track(u32 compId, zorva_msg_queue_t *queue)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(queue, ZORVA_RC_NULL_ARG);
+
+	const u32 error = destroy_locks(compId, queue);
+
+	if (error) {
+		ZORVA_ERROR("error 0x%x", error);
+		return error;
+	}
+	{
+		const mutex_guard lock(zorva_msgq_list_lock);
+
+		zk_list_del_unaligned(queue->link);
+	}
+	ZORVA_INFO("MsgQ '%s' has been deleted", queue->name);
+	free_queue(compId, queue);
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_msg_queue_send_track(u32 compId, zorva_msg_queue_t *queue,
+			       const void *msg, u32 length, u32 timeout,
+			       const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(queue, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(msg, ZORVA_RC_NULL_ARG);
+
+	const u32 error = send(compId, queue, msg, length, timeout, file, line);
+
+	if (likely(!error))
+		return ZORVA_RC_OK;
+	if (is_logged(error))
+		ZORVA_ERROR("error 0x%x", error);
+	ZORVA_ERROR("send to queue '%s' failed (0x%x, %s, %u)", queue->name,
+		    error, file, line);
+	return error;
+}
+
+u32 zorva_msg_queue_receive_track(u32 compId, zorva_msg_queue_t *queue,
+				  void *buffer, u32 length, u32 timeout,
+				  const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(queue, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(buffer, ZORVA_RC_NULL_ARG);
+
+	/* Finding no message is not worth a report, unlike finding no slot. */
+	u32 error =
+		zorva_sem_take_track(compId, queue->rxSem, timeout, file, line);
+
+	if (error)
+		return error;
+	error = receive(compId, queue, buffer, length, file, line);
+	if (unlikely(error && is_logged(error)))
+		ZORVA_ERROR("error 0x%x", error);
+	return error;
+}
+
+namespace
+{
+
+/* Reads one of a queue's counters under the queue's lock. */
+s32 read_locked(u32 compId, zorva_msg_queue *queue,
+		s32 (*read)(const zorva_msg_queue *queue))
+{
+	zorva_mutex_take(compId, queue->lock);
+
+	const s32 value = read(queue);
+
+	zorva_mutex_give(compId, queue->lock);
+	return value;
+}
+
+} // namespace
+
+s32 zorva_msg_queue_depth(u32 compId, zorva_msg_queue_t *queue)
+{
+	ZORVA_CHECK(compId != 0, -1);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, -1);
+	ZORVA_CHECK(queue, -1);
+
+	return read_locked(compId, queue, [](const zorva_msg_queue *q) {
+		return s32{ q->currDepth };
+	});
+}
+
+s32 zorva_msg_queue_max_depth(u32 compId, zorva_msg_queue_t *queue)
+{
+	ZORVA_CHECK(compId != 0, -1);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, -1);
+	ZORVA_CHECK(queue, -1);
+
+	return read_locked(compId, queue, [](const zorva_msg_queue *q) {
+		return s32{ q->maxSeen };
+	});
+}
+
+int zorva_msg_queue_dump(struct seq_file *seq)
+{
+	const mutex_guard lock(zorva_msgq_list_lock);
+
+	for (void *link = zk_list_next_unaligned(&zorva_msgq_list);
+	     link != &zorva_msgq_list; link = zk_list_next_unaligned(link)) {
+		const zorva_msg_queue *const queue = queue_of(link);
+
+		zorva_proc_printf(seq, "Queue Name   : %s\n", queue->name);
+		zorva_proc_printf(seq, "Component ID : %u (%s)\n",
+				  queue->component,
+				  _componentName[queue->component]);
+		zorva_proc_printf(seq, "Msg Size     : %u bytes\n",
+				  queue->msgSize);
+		zorva_proc_printf(seq, "Max Depth    : %u\n", queue->maxDepth);
+		zorva_proc_printf(seq, "Curr Depth   : %d\n", queue->currDepth);
+		zorva_proc_printf(seq, "Max Seen     : %d\n\n", queue->maxSeen);
+	}
+	return 0;
+}

@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Tracked mutexes and semaphores: the kernel's own, each in a record with a
+ * name and a history of the last eight calls, and two registries of all.
+ *
+ * A registry's lock sleeps, so every call here belongs in thread context. It
+ * is released before an object's own lock is waited for, and the two
+ * registries are never held together. A call is recorded before it waits: who
+ * is blocked shows as the newest taker.
+ */
+#include "zorva_sem.h"
+#include "zorva_guard.h"
+#include "zorva_util.h"
+#include "zorva/mem.h"
+#include "zorva/thread.h"
+
+constinit lock_registry<zorva_mutex> _zorvaMutexDbg = {};
+constinit lock_registry<zorva_sem> _zorvaSemDbg = {};
+
+namespace
+{
+
+constexpr u32 exit_code_killed = 1;
+
+constinit lock_class_key mutex_key = {};
+
+/* Makes a registry's lock with its first object. */
+template <class Record>
+void initialise(lock_registry<Record> &registry)
+{
+	const irq_spin_guard lock(_zorvaLockDbgLck);
+
+	if (registry.initialised)
+		return;
+	zk_sema_init(&registry.lock, 1);
+	registry.initialised = 1;
+}
+
+/* Puts a record first in its registry and gives it the next index. */
+template <class Record>
+void insert(lock_registry<Record> &registry, Record *record)
+{
+	initialise(registry);
+
+	const sema_guard lock(registry.lock);
+
+	if (registry.head)
+		registry.head->previous = record;
+	record->next = registry.head;
+	record->previous = nullptr;
+	registry.head = record;
+	record->index = ++registry.lastIndex;
+	++registry.count;
+}
+
+/* Takes a record out of its registry, which has been initialised. */
+template <class Record>
+void remove(lock_registry<Record> &registry, Record *record)
+{
+	const sema_guard lock(registry.lock);
+
+	if (registry.head == record)
+		registry.head = record->next;
+	if (record->next)
+		record->next->previous = record->previous;
+	if (record->previous)
+		record->previous->next = record->next;
+	--registry.count;
+}
+
+/* Fills the slot after the newest but for its time; the registry is held. */
+template <class Record>
+typename Record::entry &add_entry(Record *record, u32 action, const char *file,
+				  u32 line)
+{
+	record->active = 1;
+	record->historyHead = (record->historyHead + 1) % history_slots;
+
+	typename Record::entry &slot = record->history[record->historyHead];
+
+	copy_text(slot.file, file, sizeof(slot.file));
+	slot.line = line;
+	slot.action = action;
+	return slot;
+}
+
+/* Sleeping in an interrupt is warned about, not refused. */
+void warn_in_interrupt(const char *func, const char *file, u32 line)
+{
+	if (likely(!zk_in_interrupt()))
+		return;
+	printk(KERN_CONT "[ZORVA] %s - in_interrupt.(%s, %d)\n", func, file,
+	       line);
+	dump_stack();
+}
+
+} // namespace
+
+zorva_mutex_t *zorva_mutex_create_track(u32 compId, const char *name,
+					const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, nullptr);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
+	ZORVA_CHECK(file, nullptr);
+
+	auto *const mutex = static_cast<zorva_mutex *>(
+		zorva_malloc(compId, sizeof(zorva_mutex)));
+
+	if (!mutex)
+		return nullptr;
+	__mutex_init(&mutex->mutex, "&pMutex->mutex", &mutex_key);
+	mutex->component = compId;
+	name_object(mutex->name, name, compId, line);
+	insert(_zorvaMutexDbg, mutex);
+	ZORVA_INFO("Mutex '%s' has been created", mutex->name);
+	return mutex;
+}
+
+u32 zorva_mutex_destroy_track(u32 compId, zorva_mutex_t *mutex,
+			      const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(mutex, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	if (_zorvaMutexDbg.initialised)
+		remove(_zorvaMutexDbg, mutex);
+	/* A held mutex is meant to be freed all the same. */
+	ZORVA_INFO("Mutex '%s' has been destroyed", mutex->name);
+	zorva_free(compId, mutex);
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_mutex_take_track(u32 compId, zorva_mutex_t *mutex, const char *file,
+			   u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(mutex, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+	warn_in_interrupt(__func__, file, line);
+
+	const pid_t self = zk_current_pid();
+
+	/* Nesting is not counted: one give will release the mutex. */
+	if (zorva_atomic_read(&mutex->takeCount) != 0 &&
+	    zorva_atomic_read(&mutex->lockerPid) == self)
+		return ZORVA_RC_OK;
+
+	zorva_mutex_history_record(mutex, action_take, file, line);
+	zk_mutex_lock(&mutex->mutex);
+	zorva_atomic_inc(&mutex->takeCount);
+	zorva_atomic_set(&mutex->lockerPid, self);
+
+	char comm[ZK_TASK_COMM_LEN] = "unknown";
+
+	zk_comm_of_pid(self, comm);
+	copy_text(mutex->lockerName, comm, sizeof(mutex->lockerName));
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_mutex_give_track(u32 compId, zorva_mutex_t *mutex, const char *file,
+			   u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(mutex, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+	warn_in_interrupt(__func__, file, line);
+	/* A give that is then ignored is meant to be recorded, too. */
+	zorva_mutex_history_record(mutex, action_give, file, line);
+
+	if (zorva_atomic_read(&mutex->takeCount) == 0)
+		return ZORVA_RC_OK;
+	if (zorva_atomic_read(&mutex->lockerPid) != zk_current_pid())
+		return ZORVA_RC_OK;
+	if (zorva_atomic_dec_return(&mutex->takeCount) != 0)
+		return ZORVA_RC_OK;
+	mutex_unlock(&mutex->mutex);
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_mutex_is_locked_track(u32 compId, zorva_mutex_t *mutex)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(mutex, ZORVA_RC_NULL_ARG);
+	if (!_zorvaMutexDbg.initialised) {
+		ZORVA_ERROR("invalid mutex debug lock.");
+		return 0;
+	}
+
+	const s32 locker = zorva_atomic_read(&mutex->lockerPid);
+	const sema_guard lock(_zorvaMutexDbg.lock);
+
+	return locker == zk_current_pid() ? mutex->locked : 0;
+}
+
+void zorva_mutex_history_record(zorva_mutex *mutex, u32 action,
+				const char *file, u32 line)
+{
+	if (!_zorvaMutexDbg.initialised) {
+		ZORVA_ERROR("invalid mutex debug lock.");
+		return;
+	}
+
+	/* Read before the lock is taken, unlike a semaphore's. */
+	const u32 now = uptime_secs();
+	const sema_guard lock(_zorvaMutexDbg.lock);
+
+	mutex->locked = action ^ 1;
+	add_entry(mutex, action, file, line).time = now;
+}
+
+zorva_sem_t *zorva_sem_create_track(u32 compId, const char *name,
+				    u32 initialCount, const char *file,
+				    u32 line)
+{
+	ZORVA_CHECK(compId != 0, nullptr);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
+	ZORVA_CHECK(file, nullptr);
+
+	auto *const sem = static_cast<zorva_sem *>(
+		zorva_malloc(compId, sizeof(zorva_sem)));
+
+	if (!sem)
+		return nullptr;
+	zk_sema_init(&sem->semaphore, initialCount);
+	sem->initialCount = initialCount;
+	sem->component = compId;
+	name_object(sem->name, name, compId, line);
+	insert(_zorvaSemDbg, sem);
+	ZORVA_INFO("Semaphore '%s' has been created", sem->name);
+	return sem;
+}
+
+/* The file is meant not to be tested, unlike that of a mutex. */
+u32 zorva_sem_destroy_track(u32 compId, zorva_sem_t *sem, const char *, u32)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(sem, ZORVA_RC_NULL_ARG);
+
+	/* The message belongs to this branch, unlike that of a mutex. */
+	if (_zorvaSemDbg.initialised) {
+		remove(_zorvaSemDbg, sem);
+		ZORVA_INFO("Semaphore '%s' has been destroyed", sem->name);
+	}
+	/* Tasks that wait for it are meant to be left alone. */
+	zorva_free(compId, sem);
+	return ZORVA_RC_OK;
+}
+
+namespace
+{
+
+/* Waits for a unit, by the kind of time limit. */
+u32 wait_for_unit(zorva_sem *sem, u32 timeout)
+{
+	if (timeout == ZORVA_WAIT_FOREVER) {
+		down(&sem->semaphore);
+		return ZORVA_RC_OK;
+	}
+	if (timeout == ZORVA_NO_WAIT)
+		return down_trylock(&sem->semaphore) ? ZORVA_RC_FAIL
+						     : ZORVA_RC_OK;
+
+	const int error =
+		down_timeout(&sem->semaphore, __msecs_to_jiffies(timeout));
+
+	if (error == -ETIME)
+		return ZORVA_RC_TIMEOUT;
+	return error ? ZORVA_RC_FAIL : ZORVA_RC_OK;
+}
+
+} // namespace
+
+u32 zorva_sem_take_track(u32 compId, zorva_sem_t *sem, u32 timeout,
+			 const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(sem, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+	warn_in_interrupt(__func__, file, line);
+	zorva_sem_history_record(sem, timeout, action_take, file, line);
+
+	const u32 result = wait_for_unit(sem, timeout);
+
+	if (likely(!zk_fatal_signal_pending()))
+		return result;
+
+	/* Told to end: a unit goes back whether or not one was taken. */
+	flush_signals(zk_current());
+
+	u32 error = zorva_sem_give(compId, sem);
+
+	if (error) {
+		ZORVA_ERROR("error 0x%x", error);
+		return error;
+	}
+	error = zorva_thread_exit(compId, exit_code_killed);
+	if (error) {
+		ZORVA_ERROR("error 0x%x", error);
+		return error;
+	}
+	return result;
+}
+
+u32 zorva_sem_give_track(u32 compId, zorva_sem_t *sem, const char *file,
+			 u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(sem, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+	zorva_sem_history_record(sem, 0, action_give, file, line);
+	up(&sem->semaphore);
+	if (likely(!zk_fatal_signal_pending()))
+		return ZORVA_RC_OK;
+
+	/* Told to end: the count is meant to rise by two. */
+	flush_signals(zk_current());
+
+	const u32 error = zorva_sem_give(compId, sem);
+
+	if (error) {
+		ZORVA_ERROR("error 0x%x", error);
+		return error;
+	}
+	zorva_thread_exit(compId, exit_code_killed);
+	return ZORVA_RC_OK;
+}
+
+void zorva_sem_history_record(zorva_sem *sem, u32 timeout, u32 action,
+			      const char *file, u32 line)
+{
+	if (!_zorvaSemDbg.initialised) {
+		ZORVA_ERROR("invalid sem debug lock.");
+		return;
+	}
+
+	const sema_guard lock(_zorvaSemDbg.lock);
+	sem_entry &slot = add_entry(sem, action, file, line);
+
+	/* Read under the lock, unlike a mutex's. */
+	slot.time = uptime_secs();
+	slot.timeout = timeout;
+}

@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Tracked kernel threads: a caller's function runs inside a wrapper that sets
+ * the thread's scheduling and signals, and lists it until it ends.
+ *
+ * _zorvaThreadLock guards kthread_list and every record's count of users. Two
+ * have a record: the thread, and its creator until it has read what it
+ * returns; whoever is last frees it. A record holds a reference to its task,
+ * so that one that was left listed can still be printed and looked at.
+ */
+#include "zorva_thread.h"
+#include "zorva_guard.h"
+#include "zorva_lib.h"
+#include "zorva_util.h"
+#include "zorva/mem.h"
+
+namespace
+{
+
+constexpr u32 refused_stack_size = 0x7FFFFFFF;
+constexpr s32 priority_limit = 256;
+constexpr s32 real_time_priority = 30;
+constexpr s32 scheduler_priority = 90;
+constexpr s32 any_node = -1;
+
+struct thread_record {
+	u32 component;
+	list_head link;
+	struct task_struct *task;
+	semaphore started; /* given by the thread once it is listed */
+	void (*entry)(void *argument);
+	s32 priority;
+	void *argument;
+	char name[32];
+	u32 users;
+};
+
+thread_record *record_of(list_head *link)
+{
+	return reinterpret_cast<thread_record *>(
+		reinterpret_cast<char *>(link) -
+		__builtin_offsetof(thread_record, link));
+}
+
+/* Finds the newest listed thread with a PID; the lock is held. */
+thread_record *find(u32 pid)
+{
+	for (list_head *link = zk_list_next(&kthread_list);
+	     link != &kthread_list; link = zk_list_next(link)) {
+		thread_record *const record = record_of(link);
+
+		if (static_cast<u32>(zk_task_pid_nr(record->task)) == pid)
+			return record;
+	}
+	return nullptr;
+}
+
+/* Gives up one user's part of a record. */
+void release(u32 compId, thread_record *record)
+{
+	{
+		const irq_spin_guard lock(_zorvaThreadLock);
+
+		if (--record->users)
+			return;
+	}
+	zk_put_task_struct(record->task);
+	zorva_free(compId, record);
+}
+
+/* 0 is the highest nice value's opposite: -20; 255 becomes 19. */
+constexpr s32 nice_of(s32 priority)
+{
+	return priority * 39 / 255 - 20;
+}
+
+static_assert(nice_of(0) == -20 && nice_of(255) == 19 && nice_of(128) == -1 &&
+	      nice_of(31) == -16);
+
+} // namespace
+
+int _zorva_thread_wrapper(void *argument)
+{
+	auto *const record = static_cast<thread_record *>(argument);
+	struct task_struct *const self = zk_current();
+
+	/* Let both signals through to a kernel thread; SIGKILL stays fatal. */
+	kernel_sigaction(SIGKILL, reinterpret_cast<__sighandler_t>(2));
+	kernel_sigaction(SIGTERM, reinterpret_cast<__sighandler_t>(2));
+	kernel_sigaction(SIGKILL, nullptr);
+
+	/* Only this one value is meant to select real-time scheduling. */
+	if (record->priority == real_time_priority) {
+		if (zk_sched_setscheduler(self, SCHED_RR, scheduler_priority))
+			ZORVA_ERROR("Set thread %s scheduler failed.",
+				    record->name);
+	} else {
+		set_user_nice(self, nice_of(record->priority));
+	}
+	if (record->name[0])
+		zorva_strlcpy(zk_task_comm(self), record->name,
+			      ZK_TASK_COMM_LEN);
+
+	zk_get_task_struct(self);
+	{
+		const irq_spin_guard lock(_zorvaThreadLock);
+
+		record->task = self;
+		zk_list_add(&record->link, &kthread_list);
+	}
+	up(&record->started);
+
+	record->entry(record->argument);
+
+	return zorva_thread_exit(record->component, 0);
+}
+
+u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
+			      s32 priority, void (*entry)(void *argument),
+			      void *argument, const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, 0);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, 0);
+	ZORVA_CHECK(stackSize != refused_stack_size, 0);
+	ZORVA_CHECK(priority < priority_limit, 0);
+	ZORVA_CHECK(entry, 0);
+	ZORVA_CHECK(file, 0);
+
+	auto *const record = static_cast<thread_record *>(
+		zorva_malloc(compId, sizeof(thread_record)));
+
+	if (!record) {
+		ZORVA_ERROR("allocate memory failed. (%s, %u)", file, line);
+		return 0;
+	}
+	name_object(record->name, name, compId, line);
+	record->component = compId;
+	record->entry = entry;
+	zk_sema_init(&record->started, 0);
+	record->argument = argument;
+	record->priority = priority;
+	record->users = 2;
+
+	/* Only null is meant to be a failure; an error pointer is not. */
+	record->task = kthread_create_on_node(_zorva_thread_wrapper, record,
+					      any_node, "%s", record->name);
+	if (!record->task) {
+		ZORVA_ERROR("create thread failed. (%s, %u)", file, line);
+		zorva_free(compId, record);
+		return 0;
+	}
+	wake_up_process(record->task);
+	down(&record->started);
+
+	const u32 pid = zk_task_pid_nr(record->task);
+
+	ZORVA_INFO("Thread '%s' has been created", record->name);
+	release(compId, record);
+	return pid;
+}
+
+u32 zorva_thread_destroy_track(u32 compId, u32 pid, const char *file, u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(pid != 0, ZORVA_RC_BAD_VALUE);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	char name[sizeof(thread_record::name)];
+	bool found;
+
+	{
+		/* The signal, too: the record goes when the thread ends. */
+		const irq_spin_guard lock(_zorvaThreadLock);
+		thread_record *const record = find(pid);
+
+		found = record;
+		if (found) {
+			kill_pid(zk_task_pid(record->task), SIGKILL, 1);
+			copy_text(name, record->name, sizeof(name));
+		}
+	}
+	if (!found) {
+		ZORVA_ERROR("cannot find target thread. (%s, %u)", file, line);
+		return ZORVA_RC_NOT_FOUND;
+	}
+	ZORVA_INFO("Thread '%s' has been destroyed", name);
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_thread_exit_track(u32 compId, s32 exitCode, const char *file,
+			    u32 line)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	thread_record *record;
+
+	{
+		const irq_spin_guard lock(_zorvaThreadLock);
+
+		record = find(zk_current_pid());
+		if (record)
+			zk_list_del(&record->link);
+	}
+	if (!record) {
+		ZORVA_ERROR("cannot find target thread. (%s, %u)", file, line);
+		return ZORVA_RC_NOT_FOUND;
+	}
+	ZORVA_INFO("Thread '%s' exit", record->name);
+	release(compId, record);
+	kill_pid(zk_task_pid(zk_current()), SIGKILL, 1);
+	zk_complete_and_exit(exitCode);
+}
+
+int zorva_thread_dump(struct seq_file *seq)
+{
+	const irq_spin_guard lock(_zorvaThreadLock);
+
+	for (list_head *link = zk_list_next(&kthread_list);
+	     link != &kthread_list; link = zk_list_next(link)) {
+		const thread_record *const record = record_of(link);
+		struct task_struct *const task = record->task;
+
+		zk_get_task_struct(task);
+		zorva_proc_printf(seq, "Component : %s\n",
+				  _componentName[record->component]);
+		zorva_proc_printf(seq, "Name      : %s\n", record->name);
+		zorva_proc_printf(seq, "PID       : %d\n",
+				  zk_task_pid_nr(task));
+		zorva_proc_printf(seq, "State     : %ld\n",
+				  zk_task_state(task));
+		zorva_proc_printf(seq, "Priority  : %d\n", record->priority);
+		zorva_proc_printf(seq, "\n");
+		zk_put_task_struct(task);
+	}
+	return 0;
+}

@@ -1,0 +1,18 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/* The list of threads and its report. */
+#ifndef ZORVA_THREAD_PRIVATE_H
+#define ZORVA_THREAD_PRIVATE_H
+
+#include "zk.h"
+#include "zorva/thread.h"
+
+extern "C" {
+
+/* What a new thread runs; its argument is the thread's record. */
+int _zorva_thread_wrapper(void *record);
+
+/* Prints all threads, newest first; returns 0. */
+int zorva_thread_dump(struct seq_file *seq);
+}
+
+#endif

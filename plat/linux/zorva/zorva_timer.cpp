@@ -1,0 +1,450 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * One-shot timers of two kinds, tick timers and high-resolution timers: what
+ * they share is written once, over a description of each kind.
+ *
+ * _zorvaTimerLock guards both lists, both counters, the tables, and the
+ * running state of every timer. It is taken with interrupts off, since
+ * callers and expiries come from any context. Memory is allocated under it,
+ * so the memory lock nests inside. A callback is called with the lock given
+ * back: it may start its timer again.
+ */
+#include "zorva_timer.h"
+#include "zorva_guard.h"
+#include "zorva_lib.h"
+#include "zorva_util.h"
+#include "zorva/mem.h"
+
+constinit sys_sll_t *_pZorvaTimerList = nullptr;
+constinit u32 _timerIndex = 0;
+constinit sys_sll_t *_pZorvaHrtTimerList = nullptr;
+constinit u32 _hrtTimerIndex = 0;
+
+namespace
+{
+
+/* Where the start file ends; the field is one byte longer. */
+constexpr u32 start_file_size = 16;
+
+/* Tests an argument on behalf of an exported function. */
+#define CHECK_FOR(func, condition, result)                                     \
+	do {                                                                   \
+		if (unlikely(!(condition))) {                                  \
+			zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, func, \
+					  __LINE__, "invalid parameter");      \
+			return result;                                         \
+		}                                                              \
+	} while (0)
+
+/* Reports an error on behalf of an exported function. */
+#define ERROR_FOR(func, ...)                                                   \
+	zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, func, __LINE__,       \
+			  __VA_ARGS__)
+
+struct tick_kind {
+	using record = tick_timer;
+
+	static constexpr u32 limit = 1024;
+	/* Without memory for its record, a timer leaves no node. */
+	static constexpr bool keeps_empty_node = false;
+	static constexpr auto stop = zorva_timer_stop_track;
+	static constexpr auto start = zorva_timer_start_track;
+	static constexpr const char *stop_failed = "Stop timer failed. (%s,%u)";
+	static constexpr const char *start_failed =
+		"Start timer failed. (%s,%u)";
+
+	static constinit inline record *by_id[limit] = {};
+
+	static sys_sll_t *&list()
+	{
+		return _pZorvaTimerList;
+	}
+	static u32 &index()
+	{
+		return _timerIndex;
+	}
+	static void prepare(record *timer)
+	{
+		init_timer_key(&timer->timer, _zorva_timer_wrapper, 0, nullptr,
+			       nullptr);
+	}
+	/* 100 ticks a second, whatever the kernel's rate; may wrap. */
+	static void arm(record *timer, u32 msecs)
+	{
+		zk_timer_set_expires(&timer->timer,
+				     zk_jiffies() + msecs * 100 / 1000);
+		add_timer(&timer->timer);
+	}
+	static void disarm(record *timer)
+	{
+		del_timer(&timer->timer);
+	}
+};
+
+struct hrt_kind {
+	using record = hrt_timer;
+
+	static constexpr u32 limit = 64;
+	/* Without memory for its record, a timer leaves an empty node. */
+	static constexpr bool keeps_empty_node = true;
+	static constexpr auto stop = zorva_hrt_timer_stop_track;
+	static constexpr auto start = zorva_hrt_timer_start_track;
+	static constexpr const char *stop_failed =
+		"Stop HRT timer failed. (%s,%u)";
+	static constexpr const char *start_failed =
+		"Start HRT timer failed. (%s,%u)";
+
+	static constinit inline record *by_id[limit] = {};
+
+	static sys_sll_t *&list()
+	{
+		return _pZorvaHrtTimerList;
+	}
+	static u32 &index()
+	{
+		return _hrtTimerIndex;
+	}
+	static void prepare(record *timer)
+	{
+		hrtimer_init(&timer->timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
+		zk_hrtimer_set_function(&timer->timer,
+					_zorva_hrt_timer_wrapper);
+	}
+	static void arm(record *timer, u32 msecs)
+	{
+		hrtimer_start_range_ns(&timer->timer, u64{ msecs } * 1000000, 0,
+				       HRTIMER_MODE_REL);
+	}
+	/*
+	 * Waits for a running callback with interrupts off: one that has
+	 * started its own timer again must not come here.
+	 */
+	static void disarm(record *timer)
+	{
+		hrtimer_cancel(&timer->timer);
+	}
+};
+
+/* The place of an ID in its kind's table. */
+template <class Kind>
+typename Kind::record *&place_of(u32 timerId)
+{
+	return Kind::by_id[(timerId - 1) % Kind::limit];
+}
+
+/*
+ * Finds a timer; the lock is held. The table answers at once, but for an ID
+ * that does not exist, or that shares its place with a later one, as can be
+ * when an insertion has failed and its ID was skipped: then the list decides.
+ */
+template <class Kind>
+typename Kind::record *find(u32 timerId)
+{
+	using record = typename Kind::record;
+
+	record *timer = place_of<Kind>(timerId);
+
+	if (likely(timer && timer->timerId == timerId))
+		return timer;
+	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list()); node;
+	     node = sys_sll_node_get_next(Kind::list(), node)) {
+		timer = static_cast<record *>(node->pData);
+		if (timer && timer->timerId == timerId)
+			return timer;
+	}
+	return nullptr;
+}
+
+/* The lock is held. */
+template <class Record>
+void clear_start(Record *timer)
+{
+	timer->period = 0;
+	timer->running = 0;
+	timer->startLine = 0;
+	__builtin_memset(timer->startFile, 0, sizeof(timer->startFile));
+}
+
+/* Makes a record with the next ID; null without memory. The lock is held. */
+template <class Kind>
+typename Kind::record *make(u32 compId, timer_callback callback, u32 data)
+{
+	using record = typename Kind::record;
+
+	auto *const timer = static_cast<record *>(
+		zorva_malloc(ZORVA_COMPONENT_SELF, sizeof(record)));
+
+	if (!timer)
+		return nullptr;
+	Kind::prepare(timer);
+	timer->component = compId;
+	timer->timerId = ++Kind::index();
+	timer->running = 0;
+	timer->data = data;
+	timer->callback = callback;
+	return timer;
+}
+
+/* Makes a timer and lists it; the lock is held. */
+template <class Kind>
+u32 add(const char *func, u32 compId, u32 *timerId, timer_callback callback,
+	u32 data)
+{
+	sys_sll_t *&list = Kind::list();
+
+	if (!list) {
+		list = sys_sll_create(ZORVA_COMPONENT_SELF);
+		if (!list) {
+			ERROR_FOR(func, "Create linked-list failed.");
+			return ZORVA_RC_FAIL;
+		}
+	}
+	if (list->count >= Kind::limit) {
+		ERROR_FOR(func, "Maximum timer(=%d) has been reached",
+			  Kind::limit);
+		return ZORVA_RC_FAIL;
+	}
+
+	sys_sll_node_t *const node = sys_sll_node_new(ZORVA_COMPONENT_SELF);
+
+	if (!node)
+		return ZORVA_RC_FAIL;
+
+	auto *const timer = make<Kind>(compId, callback, data);
+	u32 result = ZORVA_RC_FAIL;
+
+	if (timer || Kind::keeps_empty_node) {
+		node->pData = timer;
+		result = sys_sll_node_add(list, node);
+		if (!result && !timer)
+			return ZORVA_RC_FAIL;
+		if (!result) {
+			place_of<Kind>(timer->timerId) = timer;
+			*timerId = timer->timerId;
+			return ZORVA_RC_OK;
+		}
+		ERROR_FOR(func, "Add timer node failed.");
+		if (timer)
+			zorva_free(ZORVA_COMPONENT_SELF, timer);
+	}
+	sys_sll_node_delete(list, node);
+	zorva_free(ZORVA_COMPONENT_SELF, node);
+	return result;
+}
+
+template <class Kind>
+u32 init(const char *func, u32 compId, u32 *timerId, timer_callback callback,
+	 u32 data, const char *file)
+{
+	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, callback, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
+
+	const irq_spin_guard lock(_zorvaTimerLock);
+
+	return add<Kind>(func, compId, timerId, callback, data);
+}
+
+template <class Kind>
+u32 start(const char *func, u32 compId, const u32 *timerId, u32 msecs,
+	  const char *file, u32 line)
+{
+	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, msecs != 0, ZORVA_RC_BAD_VALUE);
+	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, Kind::list(), ZORVA_RC_FAIL);
+
+	const irq_spin_guard lock(_zorvaTimerLock);
+	auto *const timer = find<Kind>(*timerId);
+
+	if (!timer)
+		return ZORVA_RC_NOT_FOUND;
+	if (timer->running)
+		return ZORVA_RC_FAIL;
+	Kind::arm(timer, msecs);
+	timer->period = msecs;
+	timer->running = 1;
+	timer->startLine = line;
+	copy_text(timer->startFile, file, start_file_size);
+	return ZORVA_RC_OK;
+}
+
+template <class Kind>
+u32 stop(const char *func, u32 compId, const u32 *timerId, const char *file)
+{
+	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, Kind::list(), ZORVA_RC_FAIL);
+
+	const irq_spin_guard lock(_zorvaTimerLock);
+	auto *const timer = find<Kind>(*timerId);
+
+	if (!timer)
+		return ZORVA_RC_NOT_FOUND;
+	if (timer->running)
+		Kind::disarm(timer);
+	clear_start(timer);
+	return ZORVA_RC_OK;
+}
+
+/* Never holds the lock from the stop to the start. */
+template <class Kind>
+u32 refresh(const char *func, u32 compId, const u32 *timerId, u32 msecs,
+	    const char *file, u32 line)
+{
+	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
+	CHECK_FOR(func, msecs != 0, ZORVA_RC_BAD_VALUE);
+	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
+
+	u32 error = Kind::stop(compId, timerId, file, line);
+
+	if (error) {
+		ERROR_FOR(func, Kind::stop_failed, file, line);
+		return error;
+	}
+	error = Kind::start(compId, timerId, msecs, file, line);
+	if (error) {
+		ERROR_FOR(func, Kind::start_failed, file, line);
+		return error;
+	}
+	return ZORVA_RC_OK;
+}
+
+/* Marks a timer as expired, and calls its callback without the lock. */
+template <class Record>
+void expire(Record *timer)
+{
+	{
+		const irq_spin_guard lock(_zorvaTimerLock);
+
+		clear_start(timer);
+	}
+	timer->callback(timer->data);
+}
+
+template <class Kind>
+void dump(struct seq_file *seq)
+{
+	const irq_spin_guard lock(_zorvaTimerLock);
+
+	zorva_proc_printf(seq,
+			  "Component  Timer    Data  Msec     Running  StartBy  \n");
+	zorva_proc_printf(seq,
+			  "============================================================\n");
+	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list()); node;
+	     node = sys_sll_node_get_next(Kind::list(), node)) {
+		const auto *const timer =
+			static_cast<typename Kind::record *>(node->pData);
+
+		if (!timer)
+			continue;
+		zorva_proc_printf(seq, "%-11s%-9u%-6lu%-9u%-9u",
+				  _componentName[timer->component],
+				  timer->timerId,
+				  (unsigned long){ timer->data }, timer->period,
+				  timer->running);
+		if (timer->running)
+			zorva_proc_printf(seq, "%s, %u\n", timer->startFile,
+					  timer->startLine);
+		else
+			zorva_proc_printf(seq, "--\n");
+	}
+}
+
+/* The record around a timer of the kernel. */
+template <class Record, class Timer>
+Record *record_of(Timer *timer)
+{
+	return reinterpret_cast<Record *>(reinterpret_cast<char *>(timer) -
+					  __builtin_offsetof(Record, timer));
+}
+
+} // namespace
+
+u32 zorva_timer_init_track(u32 compId, u32 *timerId, timer_callback callback,
+			   u32 data, const char *file, u32)
+{
+	return init<tick_kind>(__func__, compId, timerId, callback, data, file);
+}
+
+u32 zorva_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
+			    const char *file, u32 line)
+{
+	return start<tick_kind>(__func__, compId, timerId, msecs, file, line);
+}
+
+u32 zorva_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
+			   u32)
+{
+	return stop<tick_kind>(__func__, compId, timerId, file);
+}
+
+u32 zorva_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
+			      const char *file, u32 line)
+{
+	return refresh<tick_kind>(__func__, compId, timerId, msecs, file, line);
+}
+
+u32 zorva_hrt_timer_init_track(u32 compId, u32 *timerId,
+			       timer_callback callback, u32 data,
+			       const char *file, u32)
+{
+	return init<hrt_kind>(__func__, compId, timerId, callback, data, file);
+}
+
+u32 zorva_hrt_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
+				const char *file, u32 line)
+{
+	return start<hrt_kind>(__func__, compId, timerId, msecs, file, line);
+}
+
+u32 zorva_hrt_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
+			       u32)
+{
+	return stop<hrt_kind>(__func__, compId, timerId, file);
+}
+
+u32 zorva_hrt_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
+				  const char *file, u32 line)
+{
+	return refresh<hrt_kind>(__func__, compId, timerId, msecs, file, line);
+}
+
+void _zorva_timer_wrapper(struct timer_list *timer)
+{
+	auto *const record = record_of<tick_timer>(timer);
+
+	if (!record)
+		return;
+	expire(record);
+}
+
+enum hrtimer_restart _zorva_hrt_timer_wrapper(struct hrtimer *timer)
+{
+	auto *const record = record_of<hrt_timer>(timer);
+
+	if (!record || !record->callback)
+		return HRTIMER_NORESTART;
+	expire(record);
+	return HRTIMER_NORESTART;
+}
+
+int zorva_timer_dump(struct seq_file *seq)
+{
+	dump<tick_kind>(seq);
+	return 0;
+}
+
+int zorva_hrt_timer_dump(struct seq_file *seq)
+{
+	dump<hrt_kind>(seq);
+	return 0;
+}

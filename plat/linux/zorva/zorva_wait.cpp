@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Wait modules: numbered wait queues, each with a count of who waits or of the
+ * wake-ups that nobody waited for.
+ *
+ * _waitListLck guards the list while a wait module is looked up or added; it
+ * is taken with interrupts off, since wake-ups come from any context. Memory
+ * is allocated under it. Nothing guards a removal, meant so: whoever destroys
+ * a wait module must know that nobody uses it. A count is changed by single
+ * atomic operations, and needs no lock.
+ */
+#include "zorva_wait.h"
+#include "zorva_guard.h"
+#include "zorva_util.h"
+#include "zorva/mem.h"
+
+constinit wait_module *_zorvaWaitHead = nullptr;
+
+namespace
+{
+
+constexpr u32 state_made = 1;
+
+constinit lock_class_key queue_key = {};
+
+s32 count_of(const wait_module *module)
+{
+	return __atomic_load_n(&module->count, __ATOMIC_SEQ_CST);
+}
+
+/* Sleeps until the count has dropped; no signal ends that. */
+void sleep_on(wait_module *module)
+{
+	while (count_of(module) >= 1) {
+		wait_queue_entry entry;
+
+		init_wait_entry(&entry, 0);
+		while (!prepare_to_wait_event(&module->queue, &entry,
+					      TASK_INTERRUPTIBLE)) {
+			if (count_of(module) < 1) {
+				finish_wait(&module->queue, &entry);
+				return;
+			}
+			schedule();
+		}
+		/* A signal has kept the entry out of the queue. */
+		flush_signals(zk_current());
+	}
+}
+
+} // namespace
+
+wait_module *_zorva_wait_module_find(u32 waitId)
+{
+	const irq_spin_guard lock(_waitListLck);
+	wait_module *module = _zorvaWaitHead;
+
+	while (module && module->waitId != waitId)
+		module = module->next;
+	return module && module->state == state_made ? module : nullptr;
+}
+
+u32 zorva_wait_module_create_track(u32 compId, u32 *waitId, const char *file,
+				   u32)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(waitId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	const irq_spin_guard lock(_waitListLck);
+	wait_module *last = _zorvaWaitHead;
+
+	while (last && last->next)
+		last = last->next;
+
+	auto *const module = static_cast<wait_module *>(
+		zorva_malloc(ZORVA_COMPONENT_SELF, sizeof(wait_module)));
+
+	if (!module) {
+		ZORVA_ERROR("allocate memory failed.(%u bytes)",
+			    static_cast<u32>(sizeof(wait_module)));
+		return ZORVA_RC_FAIL;
+	}
+	module->component = compId;
+	module->waitId = last ? last->waitId + 1 : 0;
+	module->previous = last;
+	if (last)
+		last->next = module;
+	else
+		_zorvaWaitHead = module;
+	__init_waitqueue_head(&module->queue, "&p->queue", &queue_key);
+	module->state = state_made;
+	*waitId = module->waitId;
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_wait_module_destroy_track(u32 compId, u32 waitId, const char *file,
+				    u32)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	wait_module *const module = _zorva_wait_module_find(waitId);
+
+	if (!module)
+		return ZORVA_RC_FAIL;
+
+	/*
+	 * Meant to be unlinked without the lock, and to leave the new first
+	 * one's link to the freed record as it is.
+	 */
+	if (!module->previous) {
+		_zorvaWaitHead = module->next;
+	} else if (module->next) {
+		module->previous->next = module->next;
+		module->next->previous = module->previous;
+	} else {
+		module->previous->next = nullptr;
+	}
+	zorva_free(ZORVA_COMPONENT_SELF, module);
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_wait_event_track(u32 compId, u32 waitId, const char *file, u32)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	wait_module *const module = _zorva_wait_module_find(waitId);
+
+	if (!module)
+		return ZORVA_RC_FAIL;
+
+	/* Remembered wake-ups, however many, are used up by this one wait. */
+	if (count_of(module) < 1)
+		__atomic_add_fetch(&module->count, 1, __ATOMIC_SEQ_CST);
+	sleep_on(module);
+	__atomic_store_n(&module->count, 0, __ATOMIC_SEQ_CST);
+	return ZORVA_RC_OK;
+}
+
+u32 zorva_wake_up_track(u32 compId, u32 waitId, const char *file, u32)
+{
+	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
+
+	wait_module *const module = _zorva_wait_module_find(waitId);
+
+	if (!module)
+		return ZORVA_RC_FAIL;
+	if (__atomic_sub_fetch(&module->count, 1, __ATOMIC_SEQ_CST) < 0)
+		return ZORVA_RC_OK;
+	__wake_up(&module->queue, TASK_INTERRUPTIBLE, 1, nullptr);
+	return ZORVA_RC_OK;
+}
+
+int zorva_wait_module_dump(struct seq_file *)
+{
+	return 0;
+}
