@@ -246,9 +246,10 @@ unsigned long zk_jiffies(void)
 	return jiffies;
 }
 
-void zk_timer_set_expires(struct timer_list *timer, unsigned long expires)
+void zk_add_timer(struct timer_list *timer, unsigned long ticks)
 {
-	timer->expires = expires;
+	timer->expires = jiffies + ticks;
+	add_timer(timer);
 }
 
 void zk_hrtimer_set_function(

@@ -207,8 +207,9 @@ void(init_timer_key)(struct timer_list *timer,
 		     void (*function)(struct timer_list *timer),
 		     unsigned int flags, const char *name,
 		     struct lock_class_key *key);
-void zk_timer_set_expires(struct timer_list *timer, unsigned long expires);
-void(add_timer)(struct timer_list *timer);
+
+/* Starts a timer that expires when that many ticks are over. */
+void zk_add_timer(struct timer_list *timer, unsigned long ticks);
 int(del_timer)(struct timer_list *timer);
 void(hrtimer_init)(struct hrtimer *timer, clockid_t clock,
 		   enum hrtimer_mode mode);

@@ -3,14 +3,14 @@
  * Atomic counters. The compiler makes one load-linked/store-conditional loop
  * of each change, without a barrier; there is no lock.
  */
+#include "zorva_atomic.h"
 #include "zorva_util.h"
-#include "zorva/atomic.h"
 
 u32 zorva_atomic_inc(zorva_atomic_t *counter)
 {
 	ZORVA_CHECK(counter, ZORVA_RC_NULL_ARG);
 
-	__atomic_fetch_add(&counter->counter, 1, __ATOMIC_RELAXED);
+	atomic_add(*counter, 1);
 	return ZORVA_RC_OK;
 }
 
@@ -18,14 +18,14 @@ s32 zorva_atomic_add_return(s32 amount, zorva_atomic_t *counter)
 {
 	ZORVA_CHECK(counter, ZORVA_RC_NULL_ARG);
 
-	return __atomic_add_fetch(&counter->counter, amount, __ATOMIC_RELAXED);
+	return atomic_add(*counter, amount);
 }
 
 u32 zorva_atomic_set(zorva_atomic_t *counter, s32 value)
 {
 	ZORVA_CHECK(counter, ZORVA_RC_NULL_ARG);
 
-	__atomic_store_n(&counter->counter, value, __ATOMIC_RELAXED);
+	atomic_set(*counter, value);
 	return ZORVA_RC_OK;
 }
 
@@ -33,19 +33,19 @@ s32 zorva_atomic_dec_return(zorva_atomic_t *counter)
 {
 	ZORVA_CHECK(counter, ZORVA_RC_NULL_ARG);
 
-	return __atomic_sub_fetch(&counter->counter, 1, __ATOMIC_RELAXED);
+	return atomic_add(*counter, -1);
 }
 
 s32 zorva_atomic_sub_return(s32 amount, zorva_atomic_t *counter)
 {
 	ZORVA_CHECK(counter, ZORVA_RC_NULL_ARG);
 
-	return __atomic_sub_fetch(&counter->counter, amount, __ATOMIC_RELAXED);
+	return atomic_add(*counter, -amount);
 }
 
 s32 zorva_atomic_read(const zorva_atomic_t *counter)
 {
 	ZORVA_CHECK(counter, ZORVA_RC_NULL_ARG);
 
-	return __atomic_load_n(&counter->counter, __ATOMIC_RELAXED);
+	return atomic_read(*counter);
 }

@@ -33,15 +33,10 @@ u32 copy_while_room(char *out, const char *text, u32 room)
 
 void copy_text(char *dst, const char *text, u32 size)
 {
-	const uintptr_t address = reinterpret_cast<uintptr_t>(text);
-
-	/* Null and error pointers: the kernel has words for those. */
-	if (unlikely(address - ZK_PAGE_SIZE >=
-		     -static_cast<uintptr_t>(2 * ZK_PAGE_SIZE))) {
+	if (unlikely(!is_text(text))) {
 		snprintf(dst, size, "%s", text);
 		return;
 	}
-
 	while (--size && *text)
 		*dst++ = *text++;
 	*dst = '\0';

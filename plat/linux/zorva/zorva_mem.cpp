@@ -9,6 +9,7 @@
  * inside it, while nobody else can change what they describe.
  */
 #include "zorva_mem.h"
+#include "zorva_clock.h"
 #include "zorva_guard.h"
 #include "zorva_lib.h"
 #include "zorva_util.h"
@@ -32,8 +33,8 @@ constexpr u32 guard_magic = 0xBBBBBBBB;
 constexpr u32 overhead = sizeof(block_header) + sizeof(guard_magic);
 constexpr u32 largest_size = ~0u - overhead - 3;
 
-/* The caller's file keeps 14 characters, though there is room for 15. */
-constexpr u32 file_size = 15;
+/* The caller's file is cut to 14 characters, though there is room for 15. */
+constexpr u32 last_of_file = 14;
 
 constexpr u32 rounded(u32 size)
 {
@@ -119,8 +120,8 @@ void *zorva_malloc_track(u32 compId, u32 size, const char *file, u32 line)
 	block->startMagic = start_alive;
 	block->magic = header_magic;
 	block->inUse = 1;
-	copy_text(block->file, file, file_size);
-	block->file[sizeof(block->file) - 1] = '\0';
+	copy_file(block->file, file);
+	block->file[last_of_file] = '\0';
 	block->allocTime = uptime_secs();
 	link(block);
 	*guard_of(block) = guard_magic;

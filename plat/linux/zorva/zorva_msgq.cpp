@@ -36,6 +36,20 @@ zorva_msg_queue *queue_of(void *link)
 		__builtin_offsetof(zorva_msg_queue, link));
 }
 
+/*
+ * The ring of a queue. It lies first in a tracked block, and so is aligned to
+ * a word, which the compiler cannot know of a packed record.
+ */
+msg_ring &ring_of(zorva_msg_queue *queue)
+{
+	return *reinterpret_cast<msg_ring *>(queue);
+}
+
+const msg_ring &ring_of(const zorva_msg_queue *queue)
+{
+	return *reinterpret_cast<const msg_ring *>(queue);
+}
+
 /* The names of a queue's locks, cut where they do not fit. */
 struct lock_names {
 	char mutex[name_size];
@@ -58,33 +72,33 @@ struct lock_names {
 
 void free_queue(u32 compId, zorva_msg_queue *queue)
 {
-	zorva_free(compId, queue->buffer);
+	zorva_free(compId, ring_of(queue).buffer);
 	zorva_free(compId, queue);
 }
 
-/* Moves a ring offset one slot on. */
-u32 next_slot(const zorva_msg_queue *queue, u32 offset)
+/* Moves an offset one slot on. */
+u32 next_slot(const msg_ring &ring, u32 offset)
 {
-	offset += queue->msgSize;
-	return offset < queue->bufferSize ? offset : offset - queue->bufferSize;
+	offset += ring.msgSize;
+	return offset < ring.bufferSize ? offset : offset - ring.bufferSize;
 }
 
-void put_message(zorva_msg_queue *queue, const void *msg, u32 length)
+void put_message(msg_ring &ring, const void *msg, u32 length)
 {
-	memcpy(queue->buffer + queue->writeOffset, msg,
-	       smaller(length, queue->msgSize));
-	queue->writeOffset = next_slot(queue, queue->writeOffset);
-	++queue->currDepth;
-	if (queue->maxSeen < queue->currDepth)
-		queue->maxSeen = queue->currDepth;
+	memcpy(ring.buffer + ring.writeOffset, msg,
+	       smaller(length, ring.msgSize));
+	ring.writeOffset = next_slot(ring, ring.writeOffset);
+	++ring.currDepth;
+	if (ring.maxSeen < ring.currDepth)
+		ring.maxSeen = ring.currDepth;
 }
 
-void get_message(zorva_msg_queue *queue, void *buffer, u32 length)
+void get_message(msg_ring &ring, void *buffer, u32 length)
 {
-	memcpy(buffer, queue->buffer + queue->readOffset,
-	       smaller(length, queue->msgSize));
-	queue->readOffset = next_slot(queue, queue->readOffset);
-	--queue->currDepth;
+	memcpy(buffer, ring.buffer + ring.readOffset,
+	       smaller(length, ring.msgSize));
+	ring.readOffset = next_slot(ring, ring.readOffset);
+	--ring.currDepth;
 }
 
 /* Sends; what was taken before a lock call failed is meant to stay taken. */
@@ -99,7 +113,7 @@ u32 send(u32 compId, zorva_msg_queue *queue, const void *msg, u32 length,
 	error = zorva_mutex_take_track(compId, queue->lock, file, line);
 	if (error)
 		return error;
-	put_message(queue, msg, length);
+	put_message(ring_of(queue), msg, length);
 	error = zorva_mutex_give_track(compId, queue->lock, file, line);
 	if (error)
 		return error;
@@ -114,7 +128,7 @@ u32 receive(u32 compId, zorva_msg_queue *queue, void *buffer, u32 length,
 
 	if (error)
 		return error;
-	get_message(queue, buffer, length);
+	get_message(ring_of(queue), buffer, length);
 	error = zorva_mutex_give_track(compId, queue->lock, file, line);
 	if (error)
 		return error;
@@ -158,15 +172,18 @@ zorva_msg_queue_t *zorva_msg_queue_create_track(u32 compId, const char *name,
 
 	copy_text(queue->name, name ? name : _componentName[compId],
 		  sizeof(queue->name));
-	queue->component = compId;
-	queue->maxDepth = maxDepth;
-	queue->msgSize = msgSize;
-	queue->bufferSize = maxDepth * msgSize;
-	queue->buffer =
-		static_cast<char *>(zorva_malloc(compId, queue->bufferSize));
-	if (!queue->buffer) {
+
+	msg_ring &ring = ring_of(queue);
+
+	ring.component = compId;
+	ring.maxDepth = maxDepth;
+	ring.msgSize = msgSize;
+	ring.bufferSize = maxDepth * msgSize;
+	ring.buffer =
+		static_cast<char *>(zorva_malloc(compId, ring.bufferSize));
+	if (!ring.buffer) {
 		ZORVA_ERROR("allocate memory failed.(%u bytes)",
-			    queue->bufferSize);
+			    ring.bufferSize);
 		zorva_free(compId, queue);
 		return nullptr;
 	}
@@ -261,13 +278,12 @@ u32 zorva_msg_queue_receive_track(u32 compId, zorva_msg_queue_t *queue,
 namespace
 {
 
-/* Reads one of a queue's counters under the queue's lock. */
-s32 read_locked(u32 compId, zorva_msg_queue *queue,
-		s32 (*read)(const zorva_msg_queue *queue))
+/* Reads one of a queue's depths under the queue's lock. */
+s32 read_locked(u32 compId, zorva_msg_queue *queue, s32 msg_ring::*depth)
 {
 	zorva_mutex_take(compId, queue->lock);
 
-	const s32 value = read(queue);
+	const s32 value = ring_of(queue).*depth;
 
 	zorva_mutex_give(compId, queue->lock);
 	return value;
@@ -281,9 +297,7 @@ s32 zorva_msg_queue_depth(u32 compId, zorva_msg_queue_t *queue)
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, -1);
 	ZORVA_CHECK(queue, -1);
 
-	return read_locked(compId, queue, [](const zorva_msg_queue *q) {
-		return s32{ q->currDepth };
-	});
+	return read_locked(compId, queue, &msg_ring::currDepth);
 }
 
 s32 zorva_msg_queue_max_depth(u32 compId, zorva_msg_queue_t *queue)
@@ -292,9 +306,7 @@ s32 zorva_msg_queue_max_depth(u32 compId, zorva_msg_queue_t *queue)
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, -1);
 	ZORVA_CHECK(queue, -1);
 
-	return read_locked(compId, queue, [](const zorva_msg_queue *q) {
-		return s32{ q->maxSeen };
-	});
+	return read_locked(compId, queue, &msg_ring::maxSeen);
 }
 
 int zorva_msg_queue_dump(struct seq_file *seq)
@@ -304,16 +316,17 @@ int zorva_msg_queue_dump(struct seq_file *seq)
 	for (void *link = zk_list_next_unaligned(&zorva_msgq_list);
 	     link != &zorva_msgq_list; link = zk_list_next_unaligned(link)) {
 		const zorva_msg_queue *const queue = queue_of(link);
+		const msg_ring &ring = ring_of(queue);
 
 		zorva_proc_printf(seq, "Queue Name   : %s\n", queue->name);
 		zorva_proc_printf(seq, "Component ID : %u (%s)\n",
-				  queue->component,
-				  _componentName[queue->component]);
+				  ring.component,
+				  _componentName[ring.component]);
 		zorva_proc_printf(seq, "Msg Size     : %u bytes\n",
-				  queue->msgSize);
-		zorva_proc_printf(seq, "Max Depth    : %u\n", queue->maxDepth);
-		zorva_proc_printf(seq, "Curr Depth   : %d\n", queue->currDepth);
-		zorva_proc_printf(seq, "Max Seen     : %d\n\n", queue->maxSeen);
+				  ring.msgSize);
+		zorva_proc_printf(seq, "Max Depth    : %u\n", ring.maxDepth);
+		zorva_proc_printf(seq, "Curr Depth   : %d\n", ring.currDepth);
+		zorva_proc_printf(seq, "Max Seen     : %d\n\n", ring.maxSeen);
 	}
 	return 0;
 }

@@ -7,11 +7,8 @@
 #include "zorva/msgq.h"
 #include "zorva/mutex.h"
 
-/*
- * Packed: the link lies at an odd address, and is reached only through
- * functions that rely on no alignment.
- */
-struct [[gnu::packed]] zorva_msg_queue {
+/* The ring of a queue. */
+struct msg_ring {
 	u32 component;
 	u32 maxDepth;
 	u32 msgSize;
@@ -21,10 +18,18 @@ struct [[gnu::packed]] zorva_msg_queue {
 	s32 currDepth;
 	s32 maxSeen; /* the highest currDepth so far */
 	char *buffer;
+};
+
+/*
+ * Packed: the link lies at an odd address, and is reached only through
+ * functions that rely on no alignment.
+ */
+struct [[gnu::packed]] zorva_msg_queue {
+	msg_ring ring;
 	char name[33];
 	zorva_sem_t *txSem;  /* counts the free slots */
 	zorva_sem_t *rxSem;  /* counts the stored messages */
-	zorva_mutex_t *lock; /* guards offsets, depths and the buffer */
+	zorva_mutex_t *lock; /* guards the ring */
 	unsigned char link[ZK_SIZEOF_LIST_HEAD];
 };
 

@@ -9,6 +9,8 @@
  * is blocked shows as the newest taker.
  */
 #include "zorva_sem.h"
+#include "zorva_atomic.h"
+#include "zorva_clock.h"
 #include "zorva_guard.h"
 #include "zorva_util.h"
 #include "zorva/mem.h"
@@ -70,18 +72,55 @@ void remove(lock_registry<Record> &registry, Record *record)
 
 /* Fills the slot after the newest but for its time; the registry is held. */
 template <class Record>
-typename Record::entry &add_entry(Record *record, u32 action, const char *file,
-				  u32 line)
+[[gnu::always_inline]] inline typename Record::entry &
+add_entry(Record *record, u32 action, const char *file, u32 line)
 {
 	record->active = 1;
 	record->historyHead = (record->historyHead + 1) % history_slots;
 
 	typename Record::entry &slot = record->history[record->historyHead];
 
-	copy_text(slot.file, file, sizeof(slot.file));
+	copy_file(slot.file, file);
 	slot.line = line;
 	slot.action = action;
 	return slot;
+}
+
+/* Records a call of take or give. Made part of both: they are called often. */
+[[gnu::always_inline]] inline void record(zorva_mutex *mutex, u32 action,
+					  const char *file, u32 line)
+{
+	if (unlikely(!_zorvaMutexDbg.initialised)) {
+		zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE,
+				  "zorva_mutex_history_record", __LINE__,
+				  "invalid mutex debug lock.");
+		return;
+	}
+
+	/* Read before the lock is taken, unlike a semaphore's. */
+	const u32 now = uptime_secs();
+	const sema_guard lock(_zorvaMutexDbg.lock);
+
+	mutex->locked = action ^ 1;
+	add_entry(mutex, action, file, line).time = now;
+}
+
+[[gnu::always_inline]] inline void
+record(zorva_sem *sem, u32 timeout, u32 action, const char *file, u32 line)
+{
+	if (unlikely(!_zorvaSemDbg.initialised)) {
+		zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE,
+				  "zorva_sem_history_record", __LINE__,
+				  "invalid sem debug lock.");
+		return;
+	}
+
+	const sema_guard lock(_zorvaSemDbg.lock);
+	sem_entry &slot = add_entry(sem, action, file, line);
+
+	/* Read under the lock, unlike a mutex's. */
+	slot.time = uptime_secs();
+	slot.timeout = timeout;
 }
 
 /* Sleeping in an interrupt is warned about, not refused. */
@@ -144,19 +183,17 @@ u32 zorva_mutex_take_track(u32 compId, zorva_mutex_t *mutex, const char *file,
 	const pid_t self = zk_current_pid();
 
 	/* Nesting is not counted: one give will release the mutex. */
-	if (zorva_atomic_read(&mutex->takeCount) != 0 &&
-	    zorva_atomic_read(&mutex->lockerPid) == self)
+	if (atomic_read(mutex->takeCount) != 0 &&
+	    atomic_read(mutex->lockerPid) == self)
 		return ZORVA_RC_OK;
 
-	zorva_mutex_history_record(mutex, action_take, file, line);
+	record(mutex, action_take, file, line);
 	zk_mutex_lock(&mutex->mutex);
-	zorva_atomic_inc(&mutex->takeCount);
-	zorva_atomic_set(&mutex->lockerPid, self);
-
-	char comm[ZK_TASK_COMM_LEN] = "unknown";
-
-	zk_comm_of_pid(self, comm);
-	copy_text(mutex->lockerName, comm, sizeof(mutex->lockerName));
+	atomic_add(mutex->takeCount, 1);
+	atomic_set(mutex->lockerPid, self);
+	if (!zk_comm_of_pid(self, mutex->lockerName))
+		copy_text(mutex->lockerName, "unknown",
+			  sizeof(mutex->lockerName));
 	return ZORVA_RC_OK;
 }
 
@@ -169,13 +206,13 @@ u32 zorva_mutex_give_track(u32 compId, zorva_mutex_t *mutex, const char *file,
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
 	warn_in_interrupt(__func__, file, line);
 	/* A give that is then ignored is meant to be recorded, too. */
-	zorva_mutex_history_record(mutex, action_give, file, line);
+	record(mutex, action_give, file, line);
 
-	if (zorva_atomic_read(&mutex->takeCount) == 0)
+	if (atomic_read(mutex->takeCount) == 0)
 		return ZORVA_RC_OK;
-	if (zorva_atomic_read(&mutex->lockerPid) != zk_current_pid())
+	if (atomic_read(mutex->lockerPid) != zk_current_pid())
 		return ZORVA_RC_OK;
-	if (zorva_atomic_dec_return(&mutex->takeCount) != 0)
+	if (atomic_add(mutex->takeCount, -1) != 0)
 		return ZORVA_RC_OK;
 	mutex_unlock(&mutex->mutex);
 	return ZORVA_RC_OK;
@@ -191,7 +228,7 @@ u32 zorva_mutex_is_locked_track(u32 compId, zorva_mutex_t *mutex)
 		return 0;
 	}
 
-	const s32 locker = zorva_atomic_read(&mutex->lockerPid);
+	const s32 locker = atomic_read(mutex->lockerPid);
 	const sema_guard lock(_zorvaMutexDbg.lock);
 
 	return locker == zk_current_pid() ? mutex->locked : 0;
@@ -200,17 +237,7 @@ u32 zorva_mutex_is_locked_track(u32 compId, zorva_mutex_t *mutex)
 void zorva_mutex_history_record(zorva_mutex *mutex, u32 action,
 				const char *file, u32 line)
 {
-	if (!_zorvaMutexDbg.initialised) {
-		ZORVA_ERROR("invalid mutex debug lock.");
-		return;
-	}
-
-	/* Read before the lock is taken, unlike a semaphore's. */
-	const u32 now = uptime_secs();
-	const sema_guard lock(_zorvaMutexDbg.lock);
-
-	mutex->locked = action ^ 1;
-	add_entry(mutex, action, file, line).time = now;
+	record(mutex, action, file, line);
 }
 
 zorva_sem_t *zorva_sem_create_track(u32 compId, const char *name,
@@ -284,7 +311,7 @@ u32 zorva_sem_take_track(u32 compId, zorva_sem_t *sem, u32 timeout,
 	ZORVA_CHECK(sem, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
 	warn_in_interrupt(__func__, file, line);
-	zorva_sem_history_record(sem, timeout, action_take, file, line);
+	record(sem, timeout, action_take, file, line);
 
 	const u32 result = wait_for_unit(sem, timeout);
 
@@ -315,7 +342,7 @@ u32 zorva_sem_give_track(u32 compId, zorva_sem_t *sem, const char *file,
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(sem, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
-	zorva_sem_history_record(sem, 0, action_give, file, line);
+	record(sem, 0, action_give, file, line);
 	up(&sem->semaphore);
 	if (likely(!zk_fatal_signal_pending()))
 		return ZORVA_RC_OK;
@@ -336,15 +363,5 @@ u32 zorva_sem_give_track(u32 compId, zorva_sem_t *sem, const char *file,
 void zorva_sem_history_record(zorva_sem *sem, u32 timeout, u32 action,
 			      const char *file, u32 line)
 {
-	if (!_zorvaSemDbg.initialised) {
-		ZORVA_ERROR("invalid sem debug lock.");
-		return;
-	}
-
-	const sema_guard lock(_zorvaSemDbg.lock);
-	sem_entry &slot = add_entry(sem, action, file, line);
-
-	/* Read under the lock, unlike a mutex's. */
-	slot.time = uptime_secs();
-	slot.timeout = timeout;
+	record(sem, timeout, action, file, line);
 }

@@ -18,7 +18,7 @@ struct mutex_entry {
 	u32 time; /* seconds since boot */
 	u32 line;
 	u32 action;
-	char file[16];
+	char file[file_size];
 };
 
 /* One take or give of a semaphore; a give has time limit 0. */
@@ -27,7 +27,7 @@ struct sem_entry {
 	u32 timeout; /* milliseconds */
 	u32 line;
 	u32 action;
-	char file[16];
+	char file[file_size];
 };
 
 struct zorva_mutex {

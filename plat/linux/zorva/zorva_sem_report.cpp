@@ -7,6 +7,8 @@
  * are read while others may be changing them.
  */
 #include "zorva_sem.h"
+#include "zorva_atomic.h"
+#include "zorva_clock.h"
 #include "zorva_guard.h"
 #include "zorva_util.h"
 
@@ -33,7 +35,7 @@ bool is_locked(zorva_sem *sem)
 
 s32 locker_of(zorva_mutex *mutex)
 {
-	return zorva_atomic_read(&mutex->lockerPid);
+	return atomic_read(mutex->lockerPid);
 }
 
 /* A semaphore does not know who holds it. */

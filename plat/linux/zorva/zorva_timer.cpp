@@ -23,9 +23,6 @@ constinit u32 _hrtTimerIndex = 0;
 namespace
 {
 
-/* Where the start file ends; the field is one byte longer. */
-constexpr u32 start_file_size = 16;
-
 /* Tests an argument on behalf of an exported function. */
 #define CHECK_FOR(func, condition, result)                                     \
 	do {                                                                   \
@@ -71,9 +68,7 @@ struct tick_kind {
 	/* 100 ticks a second, whatever the kernel's rate; may wrap. */
 	static void arm(record *timer, u32 msecs)
 	{
-		zk_timer_set_expires(&timer->timer,
-				     zk_jiffies() + msecs * 100 / 1000);
-		add_timer(&timer->timer);
+		zk_add_timer(&timer->timer, msecs * 100 / 1000);
 	}
 	static void disarm(record *timer)
 	{
@@ -132,6 +127,21 @@ typename Kind::record *&place_of(u32 timerId)
 	return Kind::by_id[(timerId - 1) % Kind::limit];
 }
 
+/* Looks for a timer in its list. */
+template <class Kind>
+[[gnu::noinline, gnu::cold]] typename Kind::record *look_for(u32 timerId)
+{
+	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list()); node;
+	     node = sys_sll_node_get_next(Kind::list(), node)) {
+		auto *const timer =
+			static_cast<typename Kind::record *>(node->pData);
+
+		if (timer && timer->timerId == timerId)
+			return timer;
+	}
+	return nullptr;
+}
+
 /*
  * Finds a timer; the lock is held. The table answers at once, but for an ID
  * that does not exist, or that shares its place with a later one, as can be
@@ -140,19 +150,11 @@ typename Kind::record *&place_of(u32 timerId)
 template <class Kind>
 typename Kind::record *find(u32 timerId)
 {
-	using record = typename Kind::record;
-
-	record *timer = place_of<Kind>(timerId);
+	auto *const timer = place_of<Kind>(timerId);
 
 	if (likely(timer && timer->timerId == timerId))
 		return timer;
-	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list()); node;
-	     node = sys_sll_node_get_next(Kind::list(), node)) {
-		timer = static_cast<record *>(node->pData);
-		if (timer && timer->timerId == timerId)
-			return timer;
-	}
-	return nullptr;
+	return look_for<Kind>(timerId);
 }
 
 /* The lock is held. */
@@ -248,8 +250,9 @@ u32 init(const char *func, u32 compId, u32 *timerId, timer_callback callback,
 }
 
 template <class Kind>
-u32 start(const char *func, u32 compId, const u32 *timerId, u32 msecs,
-	  const char *file, u32 line)
+[[gnu::always_inline]] inline u32 start(const char *func, u32 compId,
+					const u32 *timerId, u32 msecs,
+					const char *file, u32 line)
 {
 	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
 	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
@@ -261,20 +264,21 @@ u32 start(const char *func, u32 compId, const u32 *timerId, u32 msecs,
 	const irq_spin_guard lock(_zorvaTimerLock);
 	auto *const timer = find<Kind>(*timerId);
 
-	if (!timer)
+	if (unlikely(!timer))
 		return ZORVA_RC_NOT_FOUND;
-	if (timer->running)
+	if (unlikely(timer->running))
 		return ZORVA_RC_FAIL;
 	Kind::arm(timer, msecs);
 	timer->period = msecs;
 	timer->running = 1;
 	timer->startLine = line;
-	copy_text(timer->startFile, file, start_file_size);
+	copy_file(reinterpret_cast<char(&)[file_size]>(timer->startFile), file);
 	return ZORVA_RC_OK;
 }
 
 template <class Kind>
-u32 stop(const char *func, u32 compId, const u32 *timerId, const char *file)
+[[gnu::always_inline]] inline u32 stop(const char *func, u32 compId,
+				       const u32 *timerId, const char *file)
 {
 	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
 	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);

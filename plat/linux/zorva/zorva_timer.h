@@ -4,6 +4,7 @@
 #define ZORVA_TIMER_PRIVATE_H
 
 #include "zk.h"
+#include "zorva_lib.h"
 #include "zorva/timer.h"
 #include "../../common/sys_sll.h"
 
@@ -19,7 +20,7 @@ struct tick_timer {
 	u32 period; /* milliseconds */
 	u32 running;
 	u32 startLine;
-	char startFile[17];
+	char startFile[file_size + 1];
 };
 
 /* How many bytes are missing at an offset to the kernel timer's alignment. */
@@ -43,8 +44,8 @@ struct hrt_timer {
 	u32 period; /* milliseconds */
 	u32 running;
 	u32 startLine;
-	char startFile[17];
-	char tail[hrt_padding(4 * sizeof(u32) + 17)];
+	char startFile[file_size + 1];
+	char tail[hrt_padding(4 * sizeof(u32) + file_size + 1)];
 };
 
 static_assert(sizeof(hrt_timer) % ZK_ALIGNOF_HRTIMER == 0);

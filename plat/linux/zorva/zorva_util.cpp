@@ -8,6 +8,7 @@
  * retries a reading that a tick has torn.
  */
 #include "zorva_util.h"
+#include "zorva_clock.h"
 #include "zorva/atomic.h"
 #include "zorva/mem.h"
 #include "zorva/netevent.h"
@@ -18,7 +19,6 @@ constinit sys_dbg_pr_fn_t _sys_dbg_pr_fn = nullptr;
 namespace
 {
 
-constexpr u32 nsecs_per_sec = 1000000000;
 constexpr u32 nsecs_per_tick = 10000000;
 constexpr size_t report_size = 257;
 constexpr u32 ticks_per_sec = 100;
@@ -27,50 +27,6 @@ constexpr u32 longest_udelay = 1000;
 constexpr u32 exit_code_killed = 1;
 
 constinit lock_class_key sleep_key = {};
-
-/* The upper 64 bits of a 128-bit product. */
-constexpr u64 multiply_high(u64 a, u64 b)
-{
-	const u64 a_low = static_cast<u32>(a), a_high = a >> 32;
-	const u64 b_low = static_cast<u32>(b), b_high = b >> 32;
-	const u64 middle = a_high * b_low + ((a_low * b_low) >> 32);
-
-	return a_high * b_high + (middle >> 32) +
-	       ((a_low * b_high + static_cast<u32>(middle)) >> 32);
-}
-
-/*
- * Divides by a constant without a division: the kernel's own takes several
- * hundred instructions on a 32-bit machine. The product with the divisor's
- * reciprocal, rounded down, is the quotient or one less than it.
- */
-template <u32 divisor>
-constexpr u64 divide(u64 dividend)
-{
-	constexpr u64 reciprocal = ~0ull / divisor;
-	const u64 quotient = multiply_high(dividend, reciprocal);
-
-	return quotient + (dividend - quotient * divisor >= divisor);
-}
-
-static_assert(divide<nsecs_per_sec>(0) == 0);
-static_assert(divide<nsecs_per_sec>(999999999) == 0);
-static_assert(divide<nsecs_per_sec>(1000000000) == 1);
-static_assert(divide<nsecs_per_sec>(~0ull) == ~0ull / nsecs_per_sec);
-static_assert(divide<nsecs_per_sec>(4294967295999999999) == 4294967295);
-static_assert(divide<nsecs_per_sec>(4294967296000000000) == 4294967296);
-static_assert(divide<nsecs_per_tick>(1239999999) == 123);
-static_assert(divide<nsecs_per_tick>(1240000000) == 124);
-
-/* Divides as C does, towards zero, and keeps the low 32 bits. */
-template <u32 divisor>
-constexpr u32 divide_time(ktime_t nsecs)
-{
-	if (unlikely(nsecs < 0))
-		return -static_cast<u32>(
-			divide<divisor>(-static_cast<u64>(nsecs)));
-	return divide<divisor>(nsecs);
-}
 
 /*
  * Sleeps until the ticks are used up, which returns 0, or a signal is pending,
@@ -126,12 +82,6 @@ void sleep_ticks(long ticks, bool only_threads)
 }
 
 } // namespace
-
-u32 uptime_secs()
-{
-	return divide_time<nsecs_per_sec>(
-		ktime_get_coarse_with_offset(TK_OFFS_BOOT));
-}
 
 u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn)
 {

@@ -48,7 +48,4 @@ constexpr bool valid_owner(u32 compId)
 	return compId - 1 < ZORVA_COMPONENTS - 1;
 }
 
-/* Seconds since boot: what blocks and histories are stamped with. */
-u32 uptime_secs();
-
 #endif
