@@ -1,16 +1,18 @@
 #!/bin/sh
 # SPDX-License-Identifier: GPL-2.0
 #
-# check_object.sh NM OBJDUMP OBJECT SYMBOLS
+# check_object.sh NM OBJDUMP OBJECT SYMBOLS [CONSTRUCTORS]
 #
 # Fails when the linked C++ needs a symbol that the list does not allow, or
-# holds a section that only the run-time of C++ would know what to do with.
+# holds a section that only the run-time of C++ would know what to do with. A
+# kernel that runs constructors itself, which its sanitizers need, says "y".
 set -eu
 
 nm=$1
 objdump=$2
 object=$3
 symbols=$4
+constructors=${5-}
 bad=0
 
 patterns=$(sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$symbols")
@@ -35,8 +37,14 @@ done
 
 for section in $($objdump -h "$object" | awk '$1 ~ /^[0-9]+$/ { print $2 }'); do
 	case $section in
-	.init_array* | .fini_array* | .ctors* | .dtors* | .preinit_array* | \
-		.eh_frame* | .gcc_except_table* | .tbss* | .tdata*)
+	.init_array* | .ctors*)
+		if [ "$constructors" != y ]; then
+			echo "$object: has the section $section" >&2
+			bad=1
+		fi
+		;;
+	.fini_array* | .dtors* | .preinit_array* | .eh_frame* | \
+		.gcc_except_table* | .tbss* | .tdata*)
 		echo "$object: has the section $section" >&2
 		bad=1
 		;;

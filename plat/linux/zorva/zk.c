@@ -13,6 +13,7 @@
 #include <linux/kernel.h>
 #include <linux/kthread.h>
 #include <linux/list.h>
+#include <linux/mm.h>
 #include <linux/module.h>
 #include <linux/mutex.h>
 #include <linux/notifier.h>
@@ -33,6 +34,10 @@
 #include <linux/wait.h>
 #include <net/netevent.h>
 #include <uapi/linux/sched/types.h>
+#if defined(CONFIG_MIPS) && defined(CONFIG_32BIT)
+#include <asm/addrspace.h>
+#include <asm/paccess.h>
+#endif
 
 #include "zk.h"
 #include "zorva_reports.h"
@@ -43,10 +48,20 @@ int zk_iscntrl(int c)
 	return iscntrl(c);
 }
 
+void *zk_kvmalloc(size_t size)
+{
+	return kvmalloc(size, GFP_KERNEL | __GFP_NOWARN);
+}
+
 u32 zk_peek(const void *address)
 {
 	u32 word;
 
+#if defined(CONFIG_MIPS) && defined(CONFIG_32BIT)
+	/* No page faults here; beyond all memory a bus error, survived so. */
+	if (KSEGX(address) == KSEG0)
+		return get_dbe(word, (u32 *)address) ? 0 : word;
+#endif
 	if (copy_from_kernel_nofault(&word, address, sizeof(word)))
 		return 0;
 	return word;

@@ -120,6 +120,10 @@ void(dump_stack)(void);
 void *(__kmalloc)(size_t size, gfp_t flags);
 void(kfree)(const void *block);
 
+/* Takes what may be large; sleeps, and fails without a complaint. */
+void *zk_kvmalloc(size_t size);
+void(kvfree)(const void *block);
+
 /*
  * Reads a word that may lie in nobody's memory: unwatched by the sanitizers,
  * and 0 where nothing can be read.

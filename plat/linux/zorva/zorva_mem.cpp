@@ -16,44 +16,21 @@
 
 constinit zorva_mem_block_hdr_t *_pZorvaMallocMemList = nullptr;
 constinit zorva_mem_usage_t _zorvaMallocMemUsage[ZORVA_COMPONENTS] = {};
-constinit char _targetComp[16] = {};
 
 namespace
 {
 
-using block_header = zorva_mem_block_hdr_t;
-
-static_assert(sizeof(void *) != 4 || sizeof(block_header) == 52,
-	      "the size of the header is part of the interface");
-
-constexpr u32 start_alive = 0xAAAAAAAA;
 constexpr u32 start_freed = 0xDEADBEEF;
 constexpr u32 header_magic = 0xCAFEBABE;
-constexpr u32 guard_magic = 0xBBBBBBBB;
 constexpr u32 overhead = sizeof(block_header) + sizeof(guard_magic);
 constexpr u32 largest_size = ~0u - overhead - 3;
 
 /* The caller's file is cut to 14 characters, though there is room for 15. */
 constexpr u32 last_of_file = 14;
 
-constexpr u32 rounded(u32 size)
-{
-	return (size + 3) & ~3u;
-}
-
-char *user_area(block_header *block)
-{
-	return reinterpret_cast<char *>(block + 1);
-}
-
 block_header *header_of(void *user)
 {
 	return static_cast<block_header *>(user) - 1;
-}
-
-u32 *guard_of(block_header *block)
-{
-	return reinterpret_cast<u32 *>(user_area(block) + rounded(block->size));
 }
 
 void link(block_header *block)
@@ -206,106 +183,4 @@ void zorva_free_cleanup(void **pptr)
 u32 zorva_mem_overhead_get(void)
 {
 	return sizeof(block_header);
-}
-
-int zorva_mem_dump(struct seq_file *seq)
-{
-	const irq_spin_guard lock(_mallocMemLck);
-
-	zorva_proc_printf(seq,
-			  "           Curr        Max         Alloc       Free             \n");
-	zorva_proc_printf(seq,
-			  "Component  Usage       Usage       Count       Count       Delta\n");
-	zorva_proc_printf(seq,
-			  "===================================================================\n");
-	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i) {
-		const zorva_mem_usage_t &usage = _zorvaMallocMemUsage[i];
-
-		if (!usage.currUsage)
-			continue;
-		zorva_proc_printf(seq, "%-11s%-12u%-12u%-12u%-12u+%-7u\n",
-				  _componentName[i], usage.currUsage,
-				  usage.maxUsage, usage.allocCount,
-				  usage.freeCount,
-				  usage.allocCount - usage.freeCount);
-	}
-	return 0;
-}
-
-namespace
-{
-
-bool is_shown(u32 compId)
-{
-	if (_targetComp[0] && strcmp(_targetComp, _componentName[compId]) != 0)
-		return false;
-	return _zorvaMallocMemUsage[compId].currUsage != 0;
-}
-
-void print_block(struct seq_file *seq, block_header *block)
-{
-	char *const user = user_area(block);
-
-	if (block->startMagic == start_alive &&
-	    *guard_of(block) == guard_magic) {
-		zorva_proc_printf(seq, "  [%010llu] %px - %u bytes (%s, %d)\n",
-				  static_cast<u64>(block->allocTime), user,
-				  block->size, block->file, block->line);
-		return;
-	}
-	/*
-	 * The value shown is meant to be read at four times the guard's
-	 * distance, beyond the block.
-	 */
-	zorva_proc_printf(seq,
-			  "<memory corruption 0x%px invalid end 0x%08x (expected 0x%08x) (%s, %u)>\n",
-			  block, zk_peek(user + rounded(block->size) * 4),
-			  guard_magic, block->file, block->line);
-}
-
-} // namespace
-
-int zorva_mem_dump_detail(struct seq_file *seq)
-{
-	const irq_spin_guard lock(_mallocMemLck);
-
-	zorva_proc_printf(seq, "\n");
-	zorva_proc_printf(seq, "----------------\n");
-	zorva_proc_printf(seq, "Current Time : %u\n", uptime_secs());
-	zorva_proc_printf(seq, "----------------\n\n");
-	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i) {
-		const zorva_mem_usage_t &usage = _zorvaMallocMemUsage[i];
-
-		if (!is_shown(i))
-			continue;
-		zorva_proc_printf(seq, "Component   : %s\n", _componentName[i]);
-		zorva_proc_printf(seq, "Curr Usage  : %u\n", usage.currUsage);
-		zorva_proc_printf(seq, "Max Usage   : %u\n", usage.maxUsage);
-		zorva_proc_printf(seq, "Alloc Count : %u\n", usage.allocCount);
-		zorva_proc_printf(seq, "Free Count  : %u\n", usage.freeCount);
-		zorva_proc_printf(seq, "----------------\n");
-		for (block_header *block = _pZorvaMallocMemList; block;
-		     block = block->next)
-			if (block->compId == i && block->inUse)
-				print_block(seq, block);
-		zorva_proc_printf(seq, "\n");
-	}
-	return 0;
-}
-
-void zorva_mem_write_detail(const char *text)
-{
-	char name[33] = {};
-	char *end = name;
-
-	zorva_strlcpy(name, text, sizeof(name));
-	for (const char *c = name; *c; ++c)
-		if (!zk_iscntrl(*c))
-			*end++ = *c;
-	*end = '\0';
-
-	if (strcmp(name, "all") == 0)
-		memset(_targetComp, 0, sizeof(_targetComp));
-	else
-		zorva_strlcpy(_targetComp, name, sizeof(_targetComp));
 }

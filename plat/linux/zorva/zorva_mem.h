@@ -24,6 +24,29 @@ struct zorva_mem_block_hdr_t {
 	zorva_mem_block_hdr_t *next; /* the next older block */
 };
 
+using block_header = zorva_mem_block_hdr_t;
+
+static_assert(sizeof(void *) != 4 || sizeof(block_header) == 52,
+	      "the size of the header is part of the interface");
+
+inline constexpr u32 start_alive = 0xAAAAAAAA;
+inline constexpr u32 guard_magic = 0xBBBBBBBB;
+
+constexpr u32 rounded(u32 size)
+{
+	return (size + 3) & ~3u;
+}
+
+inline char *user_area(block_header *block)
+{
+	return reinterpret_cast<char *>(block + 1);
+}
+
+inline u32 *guard_of(block_header *block)
+{
+	return reinterpret_cast<u32 *>(user_area(block) + rounded(block->size));
+}
+
 /* What a component has; only live blocks count in currUsage. */
 struct zorva_mem_usage_t {
 	u32 currUsage;	/* bytes asked for */
@@ -41,7 +64,7 @@ extern zorva_mem_usage_t _zorvaMallocMemUsage[ZORVA_COMPONENTS];
 /* The component that the detailed report is narrowed to; empty for all. */
 extern char _targetComp[16];
 
-/* Print the reports, holding _mallocMemLck from end to end; return 0. */
+/* Print the reports; return 0. */
 int zorva_mem_dump(struct seq_file *seq);
 int zorva_mem_dump_detail(struct seq_file *seq);
 

@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * The reports of tracked memory, and the filter of the detailed one.
+ *
+ * _mallocMemLck keeps interrupts off, so what a report shows is copied under
+ * it, in one pass over the list, and printed afterwards. When there is no
+ * memory for the copy of the blocks, they are printed under the lock. The
+ * filter has no lock: a report that runs while it is written may see a part
+ * of the name.
+ */
+#include "zorva_mem.h"
+#include "zorva_clock.h"
+#include "zorva_guard.h"
+#include "zorva_lib.h"
+
+constinit char _targetComp[16] = {};
+
+namespace
+{
+
+/* What the report shows of a block. */
+struct block_view {
+	block_header *block; /* only its address is of use; odd when torn */
+	u32 compId;
+	u32 size;
+	u32 line;
+	u32 allocTime;
+	u32 file[sizeof(block_header::file) / sizeof(u32)];
+	u32 end; /* of a torn block: the value shown */
+};
+
+/* All that a report shows, as it was at one moment. */
+struct memory_view {
+	u32 now; /* seconds since boot */
+	zorva_mem_usage_t usage[ZORVA_COMPONENTS];
+	block_view *blocks; /* null when there is no memory for them */
+	u32 count;
+};
+
+/* How many more blocks may come between the count and the copy. */
+constexpr u32 spare_blocks = 64;
+constexpr u32 copy_attempts = 3;
+
+constexpr uintptr_t torn_mark = 1;
+
+bool is_torn(const block_view &view)
+{
+	return reinterpret_cast<uintptr_t>(view.block) & torn_mark;
+}
+
+block_header *address_of(const block_view &view)
+{
+	return reinterpret_cast<block_header *>(
+		reinterpret_cast<uintptr_t>(view.block) & ~torn_mark);
+}
+
+/*
+ * The value shown of a torn block is meant to be read at four times the
+ * guard's distance: beyond the block, and perhaps beyond all memory.
+ */
+[[gnu::noinline, gnu::cold]] void mark_torn(block_view &view)
+{
+	view.end = zk_peek(user_area(view.block) + rounded(view.size) * 4);
+	view.block = reinterpret_cast<block_header *>(
+		reinterpret_cast<uintptr_t>(view.block) | torn_mark);
+}
+
+/* Copies what is shown of a block in use; the lock is held. */
+[[gnu::always_inline]] inline void view_block(block_view &view,
+					      block_header *block,
+					      u32 alive = start_alive,
+					      u32 guard = guard_magic)
+{
+	const auto *const file = reinterpret_cast<const u32 *>(block->file);
+
+	view.block = block;
+	view.compId = block->compId;
+	view.size = block->size;
+	view.line = block->line;
+	view.allocTime = block->allocTime;
+	view.file[0] = file[0];
+	view.file[1] = file[1];
+	view.file[2] = file[2];
+	view.file[3] = file[3];
+	if (unlikely(block->startMagic != alive || *guard_of(block) != guard))
+		mark_torn(view);
+}
+
+void print_block(struct seq_file *seq, const block_view &view)
+{
+	const char *const file = reinterpret_cast<const char *>(view.file);
+	block_header *const block = address_of(view);
+
+	if (!is_torn(view))
+		zorva_proc_printf(seq,
+				  "  [%010llu] %px - %u bytes (%.16s, %d)\n",
+				  static_cast<u64>(view.allocTime),
+				  user_area(block), view.size, file, view.line);
+	else
+		zorva_proc_printf(seq,
+				  "<memory corruption 0x%px invalid end 0x%08x (expected 0x%08x) (%.16s, %u)>\n",
+				  block, view.end, guard_magic, file,
+				  view.line);
+}
+
+/* Prints those of a component's blocks that were copied. */
+void print_copied(struct seq_file *seq, const memory_view &view, u32 compId)
+{
+	for (u32 i = 0; i < view.count; ++i)
+		if (view.blocks[i].compId == compId)
+			print_block(seq, view.blocks[i]);
+}
+
+/* Prints a component's blocks as they are; the lock is held. */
+void print_listed(struct seq_file *seq, u32 compId)
+{
+	for (block_header *block = _pZorvaMallocMemList; block;
+	     block = block->next) {
+		block_view view;
+
+		if (block->compId != compId || !block->inUse)
+			continue;
+		view_block(view, block);
+		print_block(seq, view);
+	}
+}
+
+bool is_shown(const memory_view &view, u32 compId)
+{
+	if (_targetComp[0] && strcmp(_targetComp, _componentName[compId]) != 0)
+		return false;
+	return view.usage[compId].currUsage != 0;
+}
+
+void print_view(struct seq_file *seq, const memory_view &view)
+{
+	zorva_proc_printf(seq, "\n");
+	zorva_proc_printf(seq, "----------------\n");
+	zorva_proc_printf(seq, "Current Time : %u\n", view.now);
+	zorva_proc_printf(seq, "----------------\n\n");
+	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i) {
+		const zorva_mem_usage_t &usage = view.usage[i];
+
+		if (!is_shown(view, i))
+			continue;
+		zorva_proc_printf(seq, "Component   : %s\n", _componentName[i]);
+		zorva_proc_printf(seq, "Curr Usage  : %u\n", usage.currUsage);
+		zorva_proc_printf(seq, "Max Usage   : %u\n", usage.maxUsage);
+		zorva_proc_printf(seq, "Alloc Count : %u\n", usage.allocCount);
+		zorva_proc_printf(seq, "Free Count  : %u\n", usage.freeCount);
+		zorva_proc_printf(seq, "----------------\n");
+		if (view.blocks)
+			print_copied(seq, view, i);
+		else
+			print_listed(seq, i);
+		zorva_proc_printf(seq, "\n");
+	}
+}
+
+/* The lock is held. */
+void view_usage(memory_view &view)
+{
+	view.now = uptime_secs();
+	memcpy(view.usage, _zorvaMallocMemUsage, sizeof(view.usage));
+}
+
+/* How many blocks are listed at most; the lock is held. */
+u32 count_blocks()
+{
+	u32 count = 0;
+
+	for (const zorva_mem_usage_t &usage : _zorvaMallocMemUsage)
+		count += usage.allocCount - usage.freeCount;
+	return count;
+}
+
+u32 room_for_blocks()
+{
+	const irq_spin_guard lock(_mallocMemLck);
+
+	return count_blocks() + spare_blocks;
+}
+
+/*
+ * Copies all blocks in use; the lock is held, so this has to be short: that
+ * the marks are not known to be constant keeps them in registers.
+ */
+[[gnu::noinline]] block_view *copy_blocks(block_view *next)
+{
+	u32 alive = start_alive;
+	u32 guard = guard_magic;
+
+	__asm__("" : "+r"(alive), "+r"(guard));
+	for (block_header *block = _pZorvaMallocMemList; block;
+	     block = block->next)
+		if (likely(block->inUse))
+			view_block(*next++, block, alive, guard);
+	return next;
+}
+
+/* Copies all; false when more blocks may be listed than there is room for. */
+bool copy_all(memory_view &view, u32 room)
+{
+	const irq_spin_guard lock(_mallocMemLck);
+
+	if (count_blocks() > room)
+		return false;
+
+	view.count = copy_blocks(view.blocks) - view.blocks;
+	view_usage(view);
+	return true;
+}
+
+/* Copies all into memory of its own; false when that could not be had. */
+bool make_view(memory_view &view)
+{
+	for (u32 attempt = 0; attempt < copy_attempts; ++attempt) {
+		const u32 room = room_for_blocks();
+
+		view.blocks = static_cast<block_view *>(
+			zk_kvmalloc(room * sizeof(block_view)));
+		if (!view.blocks)
+			return false;
+		if (copy_all(view, room))
+			return true;
+		kvfree(view.blocks);
+	}
+	view.blocks = nullptr;
+	return false;
+}
+
+} // namespace
+
+int zorva_mem_dump(struct seq_file *seq)
+{
+	memory_view view;
+
+	{
+		const irq_spin_guard lock(_mallocMemLck);
+
+		view_usage(view);
+	}
+	zorva_proc_printf(seq,
+			  "           Curr        Max         Alloc       Free             \n");
+	zorva_proc_printf(seq,
+			  "Component  Usage       Usage       Count       Count       Delta\n");
+	zorva_proc_printf(seq,
+			  "===================================================================\n");
+	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i) {
+		const zorva_mem_usage_t &usage = view.usage[i];
+
+		if (!usage.currUsage)
+			continue;
+		zorva_proc_printf(seq, "%-11s%-12u%-12u%-12u%-12u+%-7u\n",
+				  _componentName[i], usage.currUsage,
+				  usage.maxUsage, usage.allocCount,
+				  usage.freeCount,
+				  usage.allocCount - usage.freeCount);
+	}
+	return 0;
+}
+
+int zorva_mem_dump_detail(struct seq_file *seq)
+{
+	memory_view view;
+
+	if (make_view(view)) {
+		print_view(seq, view);
+		kvfree(view.blocks);
+	} else {
+		const irq_spin_guard lock(_mallocMemLck);
+
+		view_usage(view);
+		print_view(seq, view);
+	}
+	return 0;
+}
+
+void zorva_mem_write_detail(const char *text)
+{
+	char name[33] = {};
+	char *end = name;
+
+	zorva_strlcpy(name, text, sizeof(name));
+	for (const char *c = name; *c; ++c)
+		if (!zk_iscntrl(*c))
+			*end++ = *c;
+	*end = '\0';
+
+	if (strcmp(name, "all") == 0)
+		memset(_targetComp, 0, sizeof(_targetComp));
+	else
+		zorva_strlcpy(_targetComp, name, sizeof(_targetComp));
+}
