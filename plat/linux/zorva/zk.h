@@ -93,6 +93,16 @@ ZK_OPAQUE(lock_class_key, ZK_SIZEOF_LOCK_CLASS_KEY, ZK_ALIGNOF_LOCK_CLASS_KEY);
 
 #endif /* __cplusplus */
 
+/*
+ * A function of this module. On MIPS a module reaches everything by a 32-bit
+ * address in a register, for the kernel is far away; zk.c is not.
+ */
+#ifdef __mips__
+#define ZK_NEAR __attribute__((near))
+#else
+#define ZK_NEAR
+#endif
+
 struct file;
 struct inode;
 struct pid;
@@ -137,11 +147,11 @@ extern spinlock_t _zorvaThreadLock;
 extern spinlock_t _zorvaTimerLock;
 extern spinlock_t _waitListLck;
 extern struct mutex zorva_msgq_list_lock;
-unsigned long zk_spin_lock_irqsave(spinlock_t *lock);
-void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags);
+ZK_NEAR unsigned long zk_spin_lock_irqsave(spinlock_t *lock);
+ZK_NEAR void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags);
 void(__mutex_init)(struct mutex *lock, const char *name,
 		   struct lock_class_key *key);
-void zk_mutex_lock(struct mutex *lock);
+ZK_NEAR void zk_mutex_lock(struct mutex *lock);
 void(mutex_unlock)(struct mutex *lock);
 bool(mutex_is_locked)(struct mutex *lock);
 void zk_sema_init(struct semaphore *sem, u32 count);
@@ -167,9 +177,9 @@ void zk_list_del_unaligned(void *link);
 void *zk_list_next_unaligned(const void *link);
 
 /* Tasks. zk_in_interrupt() is true with bottom halves off, too. */
-bool zk_in_interrupt(void);
+ZK_NEAR bool zk_in_interrupt(void);
 struct task_struct *zk_current(void);
-pid_t zk_current_pid(void);
+ZK_NEAR pid_t zk_current_pid(void);
 bool zk_current_is_kthread(void);
 char *zk_task_comm(struct task_struct *task);
 pid_t zk_task_pid_nr(const struct task_struct *task);
@@ -182,7 +192,7 @@ void zk_put_task_struct(struct task_struct *task);
  * Copies the command name of the task with that PID, as the calling task sees
  * PIDs. False when there is none; then nothing is copied.
  */
-bool zk_comm_of_pid(pid_t pid, char comm[ZK_TASK_COMM_LEN]);
+ZK_NEAR bool zk_comm_of_pid(pid_t pid, char comm[ZK_TASK_COMM_LEN]);
 struct task_struct *(kthread_create_on_node)(int (*fn)(void *data), void *data,
 					     int node, const char namefmt[],
 					     ...)
@@ -198,7 +208,7 @@ void(kernel_sigaction)(int signal, __sighandler_t action);
 int(kill_pid)(struct pid *pid, int signal, int privileged);
 void(flush_signals)(struct task_struct *task);
 bool zk_signal_pending(void);
-bool zk_fatal_signal_pending(void);
+ZK_NEAR bool zk_fatal_signal_pending(void);
 
 /* True when the signal waits for the task itself or for its whole group. */
 bool zk_signal_is_pending(int signal);
@@ -213,7 +223,7 @@ void(init_timer_key)(struct timer_list *timer,
 		     struct lock_class_key *key);
 
 /* Starts a timer that expires when that many ticks are over. */
-void zk_add_timer(struct timer_list *timer, unsigned long ticks);
+ZK_NEAR void zk_add_timer(struct timer_list *timer, unsigned long ticks);
 int(del_timer)(struct timer_list *timer);
 void(hrtimer_init)(struct hrtimer *timer, clockid_t clock,
 		   enum hrtimer_mode mode);

@@ -65,24 +65,33 @@ block_header *address_of(const block_view &view)
 		reinterpret_cast<uintptr_t>(view.block) | torn_mark);
 }
 
+/* What tells a whole block from a torn one, and how its size is rounded. */
+struct block_marks {
+	u32 alive = start_alive;
+	u32 guard = guard_magic;
+	u32 rounding = ~3u;
+};
+
 /* Copies what is shown of a block in use; the lock is held. */
-[[gnu::always_inline]] inline void view_block(block_view &view,
-					      block_header *block,
-					      u32 alive = start_alive,
-					      u32 guard = guard_magic)
+[[gnu::always_inline]] inline void
+view_block(block_view &view, block_header *block, const block_marks &marks = {})
 {
 	const auto *const file = reinterpret_cast<const u32 *>(block->file);
+	const u32 size = block->size;
 
 	view.block = block;
 	view.compId = block->compId;
-	view.size = block->size;
+	view.size = size;
 	view.line = block->line;
 	view.allocTime = block->allocTime;
 	view.file[0] = file[0];
 	view.file[1] = file[1];
 	view.file[2] = file[2];
 	view.file[3] = file[3];
-	if (unlikely(block->startMagic != alive || *guard_of(block) != guard))
+	if (unlikely(block->startMagic != marks.alive ||
+		     *reinterpret_cast<u32 *>(user_area(block) +
+					      ((size + 3) & marks.rounding)) !=
+			     marks.guard))
 		mark_torn(view);
 }
 
@@ -116,7 +125,7 @@ void print_listed(struct seq_file *seq, u32 compId)
 {
 	for (block_header *block = _pZorvaMallocMemList; block;
 	     block = block->next) {
-		block_view view;
+		block_view view = {};
 
 		if (block->compId != compId || !block->inUse)
 			continue;
@@ -187,14 +196,14 @@ u32 room_for_blocks()
  */
 [[gnu::noinline]] block_view *copy_blocks(block_view *next)
 {
-	u32 alive = start_alive;
-	u32 guard = guard_magic;
+	block_marks marks;
 
-	__asm__("" : "+r"(alive), "+r"(guard));
+	__asm__(""
+		: "+r"(marks.alive), "+r"(marks.guard), "+r"(marks.rounding));
 	for (block_header *block = _pZorvaMallocMemList; block;
 	     block = block->next)
 		if (likely(block->inUse))
-			view_block(*next++, block, alive, guard);
+			view_block(*next++, block, marks);
 	return next;
 }
 

@@ -9,7 +9,7 @@
 extern "C" {
 
 /* What a new thread runs; its argument is the thread's record. */
-int _zorva_thread_wrapper(void *record);
+int _zorva_thread_wrapper(void *argument);
 
 /* Prints all threads, newest first; returns 0. */
 int zorva_thread_dump(struct seq_file *seq);

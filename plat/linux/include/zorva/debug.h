@@ -26,9 +26,9 @@ extern "C" {
  * The one argument behind @format is the text: at most 256 characters, no
  * newline at its end, valid until the function returns.
  *
- * Context: Any, hard interrupt included, and also with interrupts off and the
- * module's memory lock held: it must not sleep, and must not call the tracked
- * allocator.
+ * Context: Any, hard interrupt included, and also with interrupts off and one
+ * of the module's spin locks held: it must not sleep, and must call neither
+ * the tracked allocator, nor timers, nor wait modules.
  */
 typedef void (*sys_dbg_pr_fn_t)(u32 compId, s32 unit, u32 level,
 				const char *file, const char *func, s32 line,
