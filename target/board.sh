@@ -1,0 +1,148 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# What make run, make shell and make target-test do with the board, once its
+# kernel is there.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+usage()
+{
+	cat <<END
+usage: board.sh run | shell | test [COUNTS]
+
+  run    the demonstration of the example firmware
+  shell  a shell on the board, with the module and the examples at hand
+  test   the target tests, then the demonstration; writes "PASSED FAILED"
+
+Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
+BOARD_TIMEOUT (seconds; 300), BOARD_ARGS (more options for boot.sh).
+END
+}
+
+KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
+	--print-dir)}
+export KERNEL_BUILD
+built=$ZORVA_BUILD/target
+shopt -s nullglob
+
+# boot NAME OPTION...: starts build/NAME.cpio.gz
+boot()
+{
+	local name=$1
+	shift
+
+	# shellcheck disable=SC2086 # several words
+	"$ZORVA_ROOT/target/boot.sh" --kernel "$KERNEL_BUILD/vmlinux" \
+		--initrd "$ZORVA_BUILD/$name.cpio.gz" \
+		--log "$ZORVA_LOGS/$name-console.log" \
+		--timeout "${BOARD_TIMEOUT:-300}" ${BOARD_ARGS-} "$@"
+}
+
+make_root()
+{
+	local name=$1
+	shift
+
+	"$ZORVA_ROOT/target/rootfs/mkroot.sh" "$ZORVA_BUILD/$name.cpio.gz" "$@"
+}
+
+prepare()
+{
+	"$ZORVA_ROOT/target/busybox/build.sh"
+	"$ZORVA_ROOT/target/modules.sh" "$@"
+}
+
+# list_modules DIR...: fills the array "modules" with what was last built there;
+# an object whose source is gone may still lie about.
+list_modules()
+{
+	local dir
+
+	modules=()
+	for dir in "$@"; do
+		mapfile -t -O ${#modules[@]} modules \
+			<"$built/$dir/modules.order"
+	done
+}
+
+firmware_root()
+{
+	list_modules plat/linux/zorva examples
+	make_root "$1" "${modules[@]}" "$built/examples/demo.sh=$2"
+}
+
+test_root()
+{
+	local files=() file
+
+	for file in "$built"/tests/target/*.sh "$built"/tests/target/user/*; do
+		if [ -x "$file" ] || [[ $file == *.sh ]]; then
+			files+=("$file=/opt/tests/${file##*/}")
+		fi
+	done
+	list_modules plat/linux/zorva tests/target
+	make_root test "${modules[@]}" "${files[@]}" \
+		"$built/tests/target/run.sh=/etc/scenario"
+}
+
+# Runs both boots whatever the first one gives, and adds up what they say. A
+# board that came to harm fails even when no single test noticed.
+run_tests()
+{
+	local counts=$1 passed=0 failed=0 board=0 report=0
+
+	prepare module examples tests
+	test_root
+	firmware_root run /etc/scenario
+
+	rm -f "$counts"
+	boot test || board=$?
+	"$ZORVA_ROOT/tests/target/report.sh" "$ZORVA_LOGS/test-console.log" \
+		"$counts" || report=$?
+	if [ -f "$counts" ]; then
+		read -r passed failed <"$counts"
+	else
+		say "board.sh: tests/target/report.sh gave no counts"
+		failed=1
+	fi
+	if [ "$failed" -eq 0 ] && [ $((board + report)) -ne 0 ]; then
+		say "board.sh: no test failed, but the run did" \
+			"(board $board, report $report)"
+		failed=1
+	fi
+
+	if boot run >/dev/null; then
+		say "ok: the demonstration"
+		passed=$((passed + 1))
+	else
+		say "FAILED: the demonstration"
+		failed=$((failed + 1))
+	fi
+	echo "$passed $failed" >"$counts"
+	say "target: $passed passed, $failed failed"
+	[ "$failed" -eq 0 ]
+}
+
+case ${1-} in
+run)
+	prepare module examples
+	firmware_root run /etc/scenario
+	boot run --show
+	;;
+shell)
+	[ -t 0 ] || die "a shell needs a terminal"
+	prepare module examples
+	firmware_root shell /root/demo.sh
+	boot shell --shell
+	;;
+test)
+	run_tests "${2:-$ZORVA_BUILD/target.counts}"
+	;;
+*)
+	usage >&2
+	exit 2
+	;;
+esac

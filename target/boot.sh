@@ -1,0 +1,157 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Starts the emulated board. Its scenario's exit status becomes this script's,
+# unless the kernel itself came to harm.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+usage()
+{
+	cat <<END
+usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
+
+  --log FILE       where the console's output goes (build/logs/console.log)
+  --show           show the console as well
+  --shell          a shell on this terminal instead of the scenario
+  --timeout S      the time limit (120; none for a shell)
+  --append WORDS   more words for the kernel's command line; NAME=value words
+                   become environment variables of the scenario
+  --icount SHIFT   count instructions: one takes 2^SHIFT ns of guest time
+  --memory MB      128
+
+Exit status: 0 when the scenario's is 0; 1 when it failed, or the board never
+said; 2 for wrong usage; 3 when the kernel came to harm; 124 at the limit.
+END
+}
+
+kernel=
+initrd=
+log=$ZORVA_LOGS/console.log
+show=
+shell=
+limit=120
+append=
+icount=
+memory=128
+while [ $# -gt 0 ]; do
+	case $1 in
+	--show) show=1 ;;
+	--shell) shell=1 ;;
+	-h | --help)
+		usage
+		exit
+		;;
+	--kernel | --initrd | --log | --timeout | --append | --icount | \
+		--memory)
+		if [ $# -lt 2 ]; then
+			usage >&2
+			exit 2
+		fi
+		case $1 in
+		--kernel) kernel=$2 ;;
+		--initrd) initrd=$2 ;;
+		--log) log=$2 ;;
+		--timeout) limit=$2 ;;
+		--append) append=$2 ;;
+		--icount) icount=$2 ;;
+		--memory) memory=$2 ;;
+		esac
+		shift
+		;;
+	*)
+		usage >&2
+		exit 2
+		;;
+	esac
+	shift
+done
+if [ -z "$kernel" ] || [ -z "$initrd" ]; then
+	usage >&2
+	exit 2
+fi
+[ -f "$kernel" ] || die "$kernel: no such kernel"
+[ -f "$initrd" ] || die "$initrd: no such archive"
+command -v qemu-system-mips >/dev/null ||
+	die "no qemu-system-mips: run target/install-deps.sh target"
+
+qemu=(qemu-system-mips -M malta -cpu 24Kf -m "$memory" -nic none -vga none
+	-display none -no-reboot -kernel "$kernel" -initrd "$initrd")
+[ -z "$icount" ] || qemu+=(-icount "shift=$icount" -rtc clock=vm)
+words="console=ttyS0 panic=-1 quiet"
+
+if [ -n "$shell" ]; then
+	read -r rows cols < <(stty size 2>/dev/null || echo 0 0)
+	# A terminal may not know its size.
+	[ "$rows" -gt 0 ] || rows=24
+	[ "$cols" -gt 0 ] || cols=80
+	exec "${qemu[@]}" -serial mon:stdio -append \
+		"$words shell LINES=$rows COLUMNS=$cols TERM=${TERM:-vt100} $append"
+fi
+
+# After an oops nothing that the board says counts: it stops there.
+words="$words oops=panic"
+# The kernel's log marks what user space wrote; its own lines keep their time.
+clean=(-e 's/\r$//' -e 's/^\[ *[0-9.]+\] \[U\] ?//')
+mkdir -p "$(dirname "$log")"
+rm -f "$log"
+viewer=(cat)
+if [ -n "$show" ]; then
+	viewer=(sed -Eun "${clean[@]}" -e "/^scenario: starts/,\$p")
+	exec 3>&1
+else
+	exec 3>/dev/null
+fi
+
+# The log is the emulator's own, so a slow viewer costs nothing.
+start=$SECONDS
+set +e
+timeout --foreground -k 5 "$limit" "${qemu[@]}" \
+	-chardev "stdio,id=console,signal=on,logfile=$log" \
+	-serial chardev:console -append "$words $append" \
+	</dev/null 2>"$log.qemu" | "${viewer[@]}" >&3
+status=${PIPESTATUS[0]}
+set -e
+took=$((SECONDS - start))
+
+if [ -s "$log.qemu" ] && [ "$status" -ne 124 ]; then
+	say "boot.sh: the emulator says:"
+	cat "$log.qemu" >&2
+fi
+rm -f "$log.qemu"
+[ -f "$log" ] || die "the emulator did not start (status $status)"
+sed -Ei "${clean[@]}" "$log"
+
+# An oops, a panic, a complaint of the allocator or of the lock checker, a
+# stall. A plain WARNING ("WARNING: CPU: ...") is left to the tests.
+harm='^\[ *[0-9.]+\] (.*\[#[0-9]+\]:$|Kernel panic|(watchdog: )?BUG[: ]'
+harm+='|CPU [0-9]+ Unable to handle|WARNING: [a-z]|INFO: (task|rcu))'
+if grep -Eq "$harm" "$log"; then
+	say "boot.sh: the kernel came to harm; console: $log"
+	[ -n "$show" ] || grep -E -m 1 -A 30 "$harm" "$log" >&2
+	exit 3
+fi
+case $status in
+124 | 137)
+	say "boot.sh: the board was stopped at the limit of $limit s;" \
+		"console: $log"
+	[ -n "$show" ] || tail -n 20 "$log" >&2
+	exit 124
+	;;
+esac
+result=$(sed -n 's/^scenario: exit status \([0-9][0-9]*\)$/\1/p' "$log" |
+	tail -n 1)
+if [ -z "$result" ]; then
+	say "boot.sh: the board ended without the scenario's status" \
+		"(emulator: $status); console: $log"
+	[ -n "$show" ] || tail -n 20 "$log" >&2
+	exit 1
+fi
+if [ "$result" -ne 0 ]; then
+	say "boot.sh: the scenario failed with status $result after $took s;" \
+		"console: $log"
+	exit 1
+fi
+say "  board: scenario passed, $took s"

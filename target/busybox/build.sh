@@ -1,0 +1,114 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Builds a static BusyBox for the board into the cache, from the source
+# package of the Debian release that this machine runs.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+# shellcheck source=target/lib.sh
+. "$here/../lib.sh"
+# shellcheck source=target/debian.sh
+. "$here/../debian.sh"
+# shellcheck source=target/kconfig.sh
+. "$here/../kconfig.sh"
+
+# Raised when this script makes something else of the same configuration.
+LAYOUT=1
+
+usage()
+{
+	cat <<END
+usage: busybox/build.sh [--print-dir]
+
+  --print-dir  print the result's directory, and build nothing
+END
+}
+
+print_dir=
+case ${1-} in
+'') ;;
+--print-dir) print_dir=1 ;;
+-h | --help)
+	usage
+	exit
+	;;
+*)
+	usage >&2
+	exit 2
+	;;
+esac
+
+command -v "${CROSS_COMPILE}gcc" >/dev/null ||
+	die "no ${CROSS_COMPILE}gcc: run target/install-deps.sh target"
+# shellcheck source=/dev/null
+codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-stable}")
+key=$({
+	wanted_options "$here/config"
+	echo "$codename $LAYOUT"
+	"${CROSS_COMPILE}gcc" --version | head -n 1
+} | short_hash)
+result=$ZORVA_CACHE/busybox-$key
+if [ -n "$print_dir" ]; then
+	printf '%s\n' "$result"
+	exit
+fi
+
+fetch()
+{
+	debian_archive "$work/apt" deb-src "$codename"
+	cd "$work"
+	apt-get -c "$work/apt/apt.conf" -q source --download-only \
+		--only-source busybox
+	# apt has compared the files with the archive's signed lists.
+	dpkg-source --no-check -x busybox_*.dsc busybox
+}
+
+bbmake()
+{
+	make -C "$work/busybox" ARCH=mips CROSS_COMPILE="$CROSS_COMPILE" \
+		SKIP_STRIP=n "$@"
+}
+
+# This allnoconfig takes no fragment: merge it in, and settle the rest.
+configure()
+{
+	local config=$work/busybox/.config
+
+	bbmake allnoconfig
+	wanted_options "$here/config" | cut -d ' ' -f 1 >"$work/names"
+	grep -vwFf "$work/names" "$config" >"$work/others"
+	{
+		cat "$work/others"
+		write_fragment "$here/config"
+	} >"$config"
+	bbmake oldconfig
+	check_options "$config" "$here/config"
+}
+
+compile()
+{
+	bbmake -j"$(jobs)" busybox busybox.links
+}
+
+# The program, and the names under which it is called.
+collect()
+{
+	mkdir "$work/result"
+	cp "$work/busybox/busybox" "$work/busybox/busybox.links" \
+		"$work/busybox/.config" "$work/result"
+}
+
+if [ ! -d "$result" ]; then
+	cache_lock busybox
+fi
+if [ ! -d "$result" ]; then
+	say "Building the board's BusyBox, once: $result"
+	work=$(cache_workdir busybox)
+	step "busybox: fetch" fetch
+	step "busybox: configure" configure
+	step "busybox: compile" compile
+	step "busybox: collect" collect
+	mv "$work/result" "$result"
+	rm -rf "$work"
+fi

@@ -1,0 +1,81 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Installs the Debian packages that are missing, and only those.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+usage()
+{
+	cat <<END
+usage: install-deps.sh GROUP...
+
+  target  the cross compilers, what builds the kernel and BusyBox, and QEMU
+  unit    the host tests: 32-bit compiler, CMake, GoogleTest
+  lint    formatting and static checks
+END
+}
+
+packages=()
+for group in "$@"; do
+	case $group in
+	target)
+		packages+=(make gcc libc6-dev gcc-mips-linux-gnu
+			g++-mips-linux-gnu libc6-dev-mips-cross
+			flex bison bc xz-utils bzip2 patch dpkg-dev cpio
+			qemu-system-mips)
+		;;
+	unit)
+		packages+=(make cmake g++ g++-12-multilib libc6-dev-i386
+			googletest)
+		;;
+	lint)
+		packages+=(make clang-format clang-tidy cppcheck shellcheck)
+		;;
+	*)
+		usage >&2
+		exit 2
+		;;
+	esac
+done
+
+command -v dpkg-query >/dev/null || {
+	say "install-deps.sh: not a Debian machine; needed are:" \
+		"${packages[*]}"
+	exit
+}
+
+installed()
+{
+	[ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = \
+		installed ]
+}
+
+missing=()
+for package in "${packages[@]}"; do
+	[[ " ${missing[*]} " == *" $package "* ]] || installed "$package" ||
+		missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+root=()
+if [ "$(id -u)" -ne 0 ]; then
+	command -v sudo >/dev/null ||
+		die "missing; as root: apt-get install ${missing[*]}"
+	root=(sudo)
+	# Nobody could type the password.
+	[ -t 0 ] || root+=(-n)
+	"${root[@]}" -v || die "missing; as root: apt-get install ${missing[*]}"
+fi
+
+apt()
+{
+	"${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q \
+		-o DPkg::Lock::Timeout=600 "$@"
+}
+
+say "Installing: ${missing[*]}"
+step "packages: update the lists" apt update
+step "packages: install" apt install -y --no-install-recommends "${missing[@]}"

@@ -1,0 +1,125 @@
+# SPDX-License-Identifier: GPL-2.0
+# shellcheck shell=bash
+#
+# What the board's scripts share: where things are, how a long command is
+# shown, and how results reach the cache. Sourced, never run.
+
+ZORVA_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+ZORVA_BUILD=$ZORVA_ROOT/build
+ZORVA_LOGS=$ZORVA_BUILD/logs
+ZORVA_CACHE=${ZORVA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zorva}
+[[ $ZORVA_CACHE = /* ]] || ZORVA_CACHE=$PWD/$ZORVA_CACHE
+CROSS_COMPILE=${CROSS_COMPILE:-mips-linux-gnu-}
+export ZORVA_CACHE CROSS_COMPILE
+
+# A build started from make must not join that make's job server, nor take
+# variables from its command line.
+unset MAKEFLAGS MFLAGS MAKELEVEL MAKEOVERRIDES
+
+say()
+{
+	printf '%s\n' "$*" >&2
+}
+
+die()
+{
+	say "${0##*/}: $*"
+	exit 1
+}
+
+# Shows that a command is still at work: on a terminal one line that counts,
+# elsewhere a line now and then, so that a log stays short.
+step_ticker()
+{
+	local text=$1 parent=$2 start=$SECONDS
+
+	if [ -t 2 ]; then
+		while kill -0 "$parent" 2>/dev/null; do
+			printf '\r  %s ... %d s ' "$text" \
+				$((SECONDS - start)) >&2
+			sleep 2
+		done
+	else
+		while sleep 15 && kill -0 "$parent" 2>/dev/null; do
+			say "  $text ... $((SECONDS - start)) s"
+		done
+	fi
+}
+
+# step TEXT COMMAND...
+#
+# Runs a command or a function with its output in a log of its own, and ends
+# the script when it fails. Not for use in a condition: the shell would then
+# ignore failures within a function.
+step()
+{
+	local text=$1 start=$SECONDS log ticker status
+	shift
+
+	mkdir -p "$ZORVA_LOGS"
+	log=$ZORVA_LOGS/$(tr -cs '[:alnum:].\n' '-' <<<"$text").log
+
+	[ -t 2 ] || say "  $text"
+	# The ticker must not hold the cache's lock.
+	step_ticker "$text" $$ 9>&- &
+	ticker=$!
+
+	# The command stays in the foreground, where Ctrl-C reaches it.
+	set +e
+	(
+		set -euo pipefail
+		"$@"
+	) >"$log" 2>&1 </dev/null
+	status=$?
+	set -e
+
+	kill "$ticker" 2>/dev/null || true
+	wait "$ticker" 2>/dev/null || true
+	[ -t 2 ] && printf '\r\033[K' >&2
+
+	if [ "$status" -ne 0 ]; then
+		say "  $text: FAILED after $((SECONDS - start)) s (status $status)"
+		say "---- last lines of $log"
+		tail -n 40 "$log" >&2
+		say "---- the whole log: $log"
+		exit "$status"
+	fi
+	say "  $text: done, $((SECONDS - start)) s"
+}
+
+# cache_lock NAME
+#
+# Holds the named lock of the cache until the script ends, so that two
+# checkouts never make the same thing at once. Whoever waited finds it made.
+cache_lock()
+{
+	mkdir -p "$ZORVA_CACHE"
+	exec 9>"$ZORVA_CACHE/.lock-$1"
+	if ! flock -n 9; then
+		say "  waiting: another build holds $ZORVA_CACHE/.lock-$1"
+		flock 9
+	fi
+}
+
+# Makes an empty work directory in the cache, under the lock's protection. A
+# result leaves it by one rename, so what an interrupted build leaves behind
+# never counts as finished.
+cache_workdir()
+{
+	local dir=$ZORVA_CACHE/.work-$1
+
+	rm -rf "$dir"
+	mkdir -p "$dir"
+	printf '%s\n' "$dir"
+}
+
+# The hash of standard input, short enough for a directory's name.
+short_hash()
+{
+	sha256sum | cut -c1-12
+}
+
+jobs()
+{
+	nproc 2>/dev/null || echo 1
+}

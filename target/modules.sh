@@ -1,0 +1,128 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Builds modules and test programs for the board in build/target, from a copy
+# of their sources, so that the checkout stays as it is. KERNEL_BUILD names
+# the kernel tree; the board's own is the default.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+usage()
+{
+	cat <<END
+usage: modules.sh PART...
+
+  module    plat/linux/zorva
+  examples  the example firmware
+  tests     the suites and programs of tests/target
+  bench     the measurements
+
+Parts are built in the order given; the others need the module.
+END
+}
+
+kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
+[ -d "$kernel" ] || die "$kernel: no such kernel tree"
+kernel=$(cd "$kernel" && pwd)
+copy=$ZORVA_BUILD/target
+sources=(plat examples bench tests/target)
+
+# Objects made against another kernel would pass for current ones.
+if [ "$(cat "$copy/.kernel" 2>/dev/null)" != "$kernel" ]; then
+	rm -rf "$copy"
+fi
+mkdir -p "$copy"
+exec 9>"$ZORVA_BUILD/.lock-target"
+flock 9
+
+# Only what differs is copied, and then counts as changed now: an older file
+# put back in place must be compiled as well.
+list_sources()
+{
+	if [ -e .git ] && git ls-files -co --exclude-standard \
+		-- "${sources[@]}" 2>/dev/null; then
+		return
+	fi
+	find "${sources[@]}" -type f
+}
+
+sync_sources()
+{
+	local file
+
+	cd "$ZORVA_ROOT"
+	list_sources | LC_ALL=C sort >"$copy/.files.new"
+	if [ -f "$copy/.files" ]; then
+		LC_ALL=C comm -23 "$copy/.files" "$copy/.files.new" |
+			(cd "$copy" && xargs -r -d '\n' rm -f --)
+	fi
+	while read -r file; do
+		if [ ! -f "$file" ]; then
+			rm -f "$copy/$file"
+		elif ! cmp -s "$file" "$copy/$file"; then
+			mkdir -p "$copy/${file%/*}"
+			cp --preserve=mode "$file" "$copy/$file"
+			echo "changed: $file"
+		fi
+	done <"$copy/.files.new"
+	mv "$copy/.files.new" "$copy/.files"
+	printf '%s\n' "$kernel" >"$copy/.kernel"
+}
+
+kbuild()
+{
+	local dir=$1
+	shift
+
+	make -C "$kernel" M="$copy/$dir" ARCH=mips \
+		CROSS_COMPILE="$CROSS_COMPILE" -j"$(jobs)" \
+		${ZORVA_COMPONENTS:+ZORVA_COMPONENTS="$ZORVA_COMPONENTS"} \
+		"$@" modules
+}
+
+# What is built on the module sees its headers and its exports, no more.
+kbuild_user()
+{
+	kbuild "$1" ZORVA_INCLUDE="$copy/plat/linux/include" \
+		KBUILD_EXTRA_SYMBOLS="$copy/plat/linux/zorva/Module.symvers"
+}
+
+programs()
+{
+	local source program include=$copy/plat/linux/include
+
+	cd "$copy/tests/target/user"
+	for program in *; do
+		[ ! -x "$program" ] || [ -f "$program.cpp" ] || rm "$program"
+	done
+	for source in *.cpp; do
+		[ -f "$source" ] || continue
+		program=${source%.cpp}
+		if [ -x "$program" ] && [ -z "$(find . "$include" \
+			\( -name '*.h' -o -name "$source" \) \
+			-newer "$program")" ]; then
+			continue
+		fi
+		"${CROSS_COMPILE}g++" -static -O2 -Wall -I"$include" \
+			-o "$program.tmp" "$source"
+		mv "$program.tmp" "$program"
+	done
+}
+
+step "modules: gather the sources" sync_sources
+for part in "$@"; do
+	case $part in
+	module) step "modules: zorva" kbuild plat/linux/zorva ;;
+	examples | bench) step "modules: $part" kbuild_user "$part" ;;
+	tests)
+		step "modules: tests" kbuild_user tests/target
+		step "modules: test programs" programs
+		;;
+	*)
+		usage >&2
+		exit 2
+		;;
+	esac
+done

@@ -1,0 +1,48 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Every check there is, one summary. Each level runs whatever the ones before
+# it gave, and writes "PASSED FAILED" into a file of its own.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+cd "$ZORVA_ROOT"
+mkdir -p "$ZORVA_BUILD"
+all_passed=0
+all_failed=0
+summary=
+
+level()
+{
+	local name=$1 counts=$ZORVA_BUILD/$1.counts status=0
+	local passed=0 failed=0 start=$SECONDS
+	shift
+
+	rm -f "$counts"
+	say "== $name"
+	"$@" "$counts" || status=$?
+	if [ -f "$counts" ]; then
+		read -r passed failed <"$counts"
+	fi
+	# A level that broke before it could count has failed all the same, and
+	# so has one that checked nothing.
+	if [ "$failed" -eq 0 ] && { [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
+		say "$name: ended with status $status after $passed checks"
+		failed=1
+	fi
+	all_passed=$((all_passed + passed))
+	all_failed=$((all_failed + failed))
+	summary+=$(printf '%-8s %5d passed, %d failed, %d s' "$name" \
+		"$passed" "$failed" $((SECONDS - start)))$'\n'
+}
+
+level lint tests/lint.sh
+level unit tests/unit/run.sh
+level target target/board.sh test
+
+say "== all"
+printf '%s' "$summary"
+echo "$all_passed passed, $all_failed failed"
+[ "$all_failed" -eq 0 ]
