@@ -88,11 +88,15 @@ view_block(block_view &view, block_header *block, const block_marks &marks = {})
 	view.file[1] = file[1];
 	view.file[2] = file[2];
 	view.file[3] = file[3];
-	if (unlikely(block->startMagic != marks.alive ||
-		     *reinterpret_cast<u32 *>(user_area(block) +
-					      ((size + 3) & marks.rounding)) !=
-			     marks.guard))
-		mark_torn(view);
+	if (likely(block->startMagic == marks.alive)) {
+		const char *const guard =
+			user_area(block) + ((size + 3) & marks.rounding);
+
+		if (likely(*reinterpret_cast<const u32 *>(guard) ==
+			   marks.guard))
+			return;
+	}
+	mark_torn(view);
 }
 
 void print_block(struct seq_file *seq, const block_view &view)
@@ -201,9 +205,12 @@ u32 room_for_blocks()
 	__asm__(""
 		: "+r"(marks.alive), "+r"(marks.guard), "+r"(marks.rounding));
 	for (block_header *block = _pZorvaMallocMemList; block;
-	     block = block->next)
-		if (likely(block->inUse))
-			view_block(*next++, block, marks);
+	     block = block->next) {
+		if (unlikely(!block->inUse))
+			continue;
+		view_block(*next, block, marks);
+		++next;
+	}
 	return next;
 }
 

@@ -1,0 +1,111 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Counts instructions on the board: a table, build/bench/bench.json, and
+# build/bench/bench.svg. With --update the picture and the numbers in docs/
+# are replaced, too. Fails when a limit is missed.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+# shellcheck source=target/lib.sh
+. "$here/../target/lib.sh"
+
+case ${1-} in
+'' | --update) ;;
+*)
+	say "usage: run.sh [--update]"
+	exit 2
+	;;
+esac
+
+kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
+export KERNEL_BUILD=$kernel
+out=$ZORVA_BUILD/bench
+mkdir -p "$out"
+
+"$ZORVA_ROOT/target/busybox/build.sh"
+"$ZORVA_ROOT/target/modules.sh" module bench
+
+cat >"$out/scenario" <<'END'
+#!/bin/sh
+insmod /lib/modules/zorva/zorva.ko && insmod /lib/modules/zorva/zorva_bench.ko
+dmesg | grep 'bench: '
+END
+cat >"$out/scenario-debug" <<'END'
+#!/bin/sh
+insmod /lib/modules/zorva/zorva.ko &&
+	insmod /lib/modules/zorva/zorva_bench.ko only_kernel=1
+dmesg | grep 'bench: '
+END
+chmod +x "$out"/scenario*
+
+# measure NAME OPTION...: the rows of one boot in $out/NAME.rows
+measure()
+{
+	local name=$1 scenario=$2
+	shift 2
+
+	"$ZORVA_ROOT/target/rootfs/mkroot.sh" "$out/$name.cpio.gz" \
+		"$ZORVA_BUILD/target/plat/linux/zorva/zorva.ko" \
+		"$ZORVA_BUILD/target/bench/zorva_bench.ko" \
+		"$scenario=/etc/scenario"
+	step "bench: $name" "$ZORVA_ROOT/target/boot.sh" \
+		--kernel "$kernel/vmlinux" --initrd "$out/$name.cpio.gz" \
+		--log "$out/$name.log" --timeout 900 --icount 0 "$@"
+	tr -d '\r' <"$out/$name.log" |
+		sed -n 's/.*bench: \([a-z_0-9]* [0-9]* [0-9]*\)$/\1/p' |
+		awk '!seen[$1]++' >"$out/$name.rows"
+	[ -s "$out/$name.rows" ] || die "no numbers in $out/$name.log"
+}
+
+measure counts "$out/scenario"
+# The kernel's own debugging of its heap, for comparison.
+measure debugging "$out/scenario-debug" --append slub_debug=FZU
+
+awk -v limits="$here/limits" -v debugging="$out/debugging.rows" '
+BEGIN {
+	while ((getline line < limits) > 0)
+		if (line !~ /^#/ && split(line, f, " ") == 2)
+			limit[f[1]] = f[2]
+	while ((getline line < debugging) > 0)
+		if (split(line, f, " ") == 3)
+			debug[f[1]] = f[3]
+	printf "%-28s %10s %10s %10s %10s\n", "instructions", "zorva",
+		"kernel", "debugging", "limit"
+	json = ""
+}
+{
+	got[$1] = 1
+	printf "%-28s %10d %10s %10s %10s%s\n", $1, $2, $3 ? $3 : "-",
+		debug[$1] ? debug[$1] : "-", $1 in limit ? limit[$1] : "-",
+		$1 in limit && $2 > limit[$1] ? "  MISSED" : ""
+	missed += $1 in limit && $2 > limit[$1]
+	json = json sprintf("%s\n  {\"name\": \"%s\", \"zorva\": %d, " \
+		"\"kernel\": %s, \"debugging\": %s, \"limit\": %s}",
+		json ? "," : "", $1, $2, $3 ? $3 : "null",
+		debug[$1] ? debug[$1] : "null",
+		$1 in limit ? limit[$1] : "null")
+}
+END {
+	print "[" json "\n]" > "'"$out"'/bench.json"
+	for (name in limit)
+		if (!(name in got)) {
+			print name ": was not measured"
+			++missed
+		}
+	exit missed > 0
+}' "$out/counts.rows" >"$out/table" && status=0 || status=$?
+cat "$out/table"
+
+# The calls and what the kernel's own takes for the same job.
+awk '$3 > 0 { gsub("_", " ", $1); print "\"" $1 "\"", $2, $3 }
+	' FS=' ' "$out/counts.rows" >"$out/chart.rows"
+sed -i 's/^\("[^"]*"\)/\1/' "$out/chart.rows"
+gnuplot -e "out='$out/bench.svg'; rows='$out/chart.rows'" "$here/chart.gp"
+say "$out/bench.json, $out/bench.svg"
+
+if [ "${1-}" = --update ]; then
+	cp "$out/bench.svg" "$ZORVA_ROOT/docs/performance.svg"
+	cp "$out/bench.json" "$ZORVA_ROOT/docs/performance.json"
+fi
+exit "$status"
