@@ -58,6 +58,11 @@ lint: ## format, static checks, shell scripts
 	@target/install-deps.sh lint
 	@tests/lint.sh
 
+.PHONY: bench
+bench: kernel ## instructions of each call on the board, against limits
+	@target/install-deps.sh bench
+	@$(with_kernel) bench/run.sh $(BENCH_ARGS)
+
 .PHONY: module
 module: kernel ## build/target/plat/linux/zorva/zorva.ko
 	@$(with_kernel) target/modules.sh module

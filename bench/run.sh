@@ -62,34 +62,43 @@ measure counts "$out/scenario"
 # The kernel's own debugging of its heap, for comparison.
 measure debugging "$out/scenario-debug" --append slub_debug=FZU
 
-awk -v limits="$here/limits" -v debugging="$out/debugging.rows" '
+awk -v limits="$here/limits" -v debugging="$out/debugging.rows" \
+	-v json="$out/bench.json" '
+function cell(value)
+{
+	return value == "" ? "-" : value
+}
+function word(value)
+{
+	return value == "" ? "null" : value
+}
 BEGIN {
 	while ((getline line < limits) > 0)
 		if (line !~ /^#/ && split(line, f, " ") == 2)
 			limit[f[1]] = f[2]
 	while ((getline line < debugging) > 0)
-		if (split(line, f, " ") == 3)
+		if (split(line, f, " ") == 3 && f[3] > 0)
 			debug[f[1]] = f[3]
 	printf "%-28s %10s %10s %10s %10s\n", "instructions", "zorva",
 		"kernel", "debugging", "limit"
-	json = ""
+	print "[" > json
 }
 {
+	ours = $2 + 0
+	bare = $3 > 0 ? $3 : ""
+	over = ($1 in limit) && (ours > limit[$1] + 0)
+	missed += over
 	got[$1] = 1
-	printf "%-28s %10d %10s %10s %10s%s\n", $1, $2, $3 ? $3 : "-",
-		debug[$1] ? debug[$1] : "-", $1 in limit ? limit[$1] : "-",
-		$1 in limit && $2 > limit[$1] ? "  MISSED" : ""
-	missed += $1 in limit && $2 > limit[$1]
-	json = json sprintf("%s\n  {\"name\": \"%s\", \"zorva\": %d, " \
-		"\"kernel\": %s, \"debugging\": %s, \"limit\": %s}",
-		json ? "," : "", $1, $2, $3 ? $3 : "null",
-		debug[$1] ? debug[$1] : "null",
-		$1 in limit ? limit[$1] : "null")
+	printf "%-28s %10d %10s %10s %10s%s\n", $1, ours, cell(bare),
+		cell(debug[$1]), cell(limit[$1]), over ? "  MISSED" : ""
+	printf "%s  {\"name\": \"%s\", \"zorva\": %d, \"kernel\": %s, " \
+		"\"debugging\": %s, \"limit\": %s}", (NR > 1 ? ",\n" : ""),
+		$1, ours, word(bare), word(debug[$1]), word(limit[$1]) > json
 }
 END {
-	print "[" json "\n]" > "'"$out"'/bench.json"
+	print "\n]" > json
 	for (name in limit)
-		if (!(name in got)) {
+		if (limit[name] != "" && !(name in got)) {
 			print name ": was not measured"
 			++missed
 		}
@@ -98,9 +107,8 @@ END {
 cat "$out/table"
 
 # The calls and what the kernel's own takes for the same job.
-awk '$3 > 0 { gsub("_", " ", $1); print "\"" $1 "\"", $2, $3 }
-	' FS=' ' "$out/counts.rows" >"$out/chart.rows"
-sed -i 's/^\("[^"]*"\)/\1/' "$out/chart.rows"
+awk '$3 > 0 { gsub("_", " ", $1); print "\"" $1 "\"", $2, $3 }' \
+	"$out/counts.rows" >"$out/chart.rows"
 gnuplot -e "out='$out/bench.svg'; rows='$out/chart.rows'" "$here/chart.gp"
 say "$out/bench.json, $out/bench.svg"
 

@@ -35,6 +35,10 @@
 /* What the records of a block cost besides the caller's bytes. */
 #define BLOCK_OVERHEAD 56
 
+static bool only_kernel;
+module_param(only_kernel, bool, 0);
+MODULE_PARM_DESC(only_kernel, "end after the rows of the heap");
+
 static u32 counts_per_million;
 
 /* What a round of nothing takes: the loop itself. */
@@ -504,6 +508,8 @@ static int __init zorva_bench_init(void)
 	pr_info("bench: loop %u 0\n", loop_instructions);
 	bench_memory(64, "malloc_free_64");
 	bench_memory(1024, "malloc_free_1024");
+	if (only_kernel)
+		return 0;
 	bench_memory_live();
 	bench_locks();
 	bench_hand_over();

@@ -15,6 +15,7 @@ usage: install-deps.sh GROUP...
   target  the cross compilers, what builds the kernel and BusyBox, and QEMU
   unit    the host tests: 32-bit compiler, CMake, GoogleTest
   lint    formatting and static checks
+  bench   the chart of the instruction counts
 END
 }
 
@@ -32,7 +33,11 @@ for group in "$@"; do
 			googletest)
 		;;
 	lint)
-		packages+=(make clang-format clang-tidy cppcheck shellcheck)
+		packages+=(make gcc g++ clang-format clang-tidy cppcheck
+			shellcheck)
+		;;
+	bench)
+		packages+=(gnuplot-nox)
 		;;
 	*)
 		usage >&2
