@@ -11,7 +11,7 @@ set border 3
 set xtics rotate by -35 nomirror
 set ytics nomirror
 set ylabel 'instructions'
-set logscale y
+set logscale y 10
 set yrange [10:*]
 set key top left
 plot rows using 2:xtic(1) title 'zorva' lc rgb '#1f77b4', \
