@@ -15,8 +15,7 @@
 #include <zorva/zorva.h>
 
 #include "fw_board.h"
-
-#define BOARD_MAX_PORTS 64u
+#include "fw_port.h"
 
 static char *board = "ZS-8G,8,02:00:5e:10:00:00";
 module_param(board, charp, 0444);
@@ -70,7 +69,7 @@ static int parse_board(char *text)
 		return -EINVAL;
 	if (kstrtou32(ports, 10, &this_board.ports))
 		return -EINVAL;
-	if (this_board.ports == 0 || this_board.ports > BOARD_MAX_PORTS)
+	if (this_board.ports == 0 || this_board.ports > FW_PORT_MAX)
 		return -EINVAL;
 	if (!mac_pton(mac, this_board.mac))
 		return -EINVAL;
@@ -91,7 +90,7 @@ static int __init fw_board_init(void)
 	zorva_free_cleanup(&copy);
 	if (ret) {
 		pr_err("board=%s: not a model, 1 to %u ports and an address\n",
-		       board, BOARD_MAX_PORTS);
+		       board, FW_PORT_MAX);
 		return ret;
 	}
 

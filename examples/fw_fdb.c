@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The address table: which address was seen on which port of which VLAN. What
- * the chip and the command line would ask for comes through the parameters
- * under /sys/module/fw_fdb/parameters:
+ * The address table: which address was seen on which port of which VLAN. Three
+ * threads work on it: one learns what the ports report through a queue, one
+ * forgets what has not been seen for long, and one saves the table in the
+ * flash. Under /sys/module/fw_fdb/parameters:
  *
- *	echo "10 office" >vlan			adds a VLAN
- *	echo "00:00:5e:00:53:01 3 10" >learn	an address on port 3, VLAN 10
- *	echo 10 >flush				forgets the addresses of VLAN 10
- *	echo 1 >dump				prints the table into the log
- *	echo overrun >fault			see the end of this file
+ *	echo 10 >flush	forgets the addresses of VLAN 10
+ *	echo 300 >age	forgets addresses after 300 seconds; 0 for never
+ *	echo 1 >save	saves the table
+ *	echo 1 >dump	prints the table into the log
+ *	cat addresses	how many there are
  *
- * The lock of the module's parameters guards all of it: the kernel holds it
- * around every write to one of them, and load and unload take it themselves.
+ * The table's mutex is taken before the semaphore of the flash.
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
@@ -21,81 +21,43 @@
 #include <linux/list.h>
 #include <linux/module.h>
 #include <linux/moduleparam.h>
-#include <linux/string.h>
 
 #include <zorva/zorva.h>
 
+#include "fw_fdb.h"
 #include "fw_port.h"
+#include "fw_sys.h"
+#include "fw_thread.h"
+#include "fw_vlan.h"
 
 #define FDB_BUCKETS 32u
-#define VLAN_MAX_ID 4094u
-
-struct vlan {
-	struct list_head node;
-	u32 id;
-	char *name;
-};
+#define QUEUE_DEPTH 8u
+#define PRIORITY 128
+#define AGE_SECS 300u
+#define AGE_LOOK_MSECS 500u
+#define FLASH_MSECS 30000u
 
 struct fdb_entry {
 	struct hlist_node node;
 	u8 mac[ETH_ALEN];
 	u32 port;
 	u32 vlan;
-	u32 learned; /* seconds since boot */
+	u32 seen; /* seconds since boot */
 };
 
 struct fdb {
 	struct hlist_head buckets[FDB_BUCKETS];
-	struct list_head vlans;
 	u32 entries;
 };
 
-/* Null before the load is complete, and once the unload has begun. */
+/* The lock of the module's parameters guards it. */
+static bool running;
+
+/* Guards the table. */
+static zorva_mutex_t *fdb_lock;
 static struct fdb *fdb;
 
-/* The VLANs. */
-
-static struct vlan *vlan_find(u32 id)
-{
-	struct vlan *vlan;
-
-	list_for_each_entry(vlan, &fdb->vlans, node)
-		if (vlan->id == id)
-			return vlan;
-	return NULL;
-}
-
-static void vlan_destroy(struct vlan *vlan)
-{
-	zorva_free(ZORVA_COMP_VLAN, vlan->name);
-	zorva_free(ZORVA_COMP_VLAN, vlan);
-}
-
-static int vlan_add(u32 id, const char *name)
-{
-	const u32 size = strlen(name) + 1;
-	struct vlan *vlan;
-
-	if (id == 0 || id > VLAN_MAX_ID)
-		return -EINVAL;
-	if (vlan_find(id))
-		return -EEXIST;
-
-	vlan = zorva_malloc(ZORVA_COMP_VLAN, sizeof(*vlan));
-	if (!vlan)
-		return -ENOMEM;
-	vlan->name = zorva_malloc(ZORVA_COMP_VLAN, size);
-	if (!vlan->name) {
-		vlan_destroy(vlan);
-		return -ENOMEM;
-	}
-	zorva_strlcpy(vlan->name, name, size);
-	vlan->id = id;
-	list_add_tail(&vlan->node, &fdb->vlans);
-	return 0;
-}
-
-/* The addresses. */
+/* The table. Its lock is held by whoever calls one of these. */
 
 static struct hlist_head *fdb_bucket(const u8 *mac, u32 vlan)
 {
@@ -112,46 +74,66 @@ static struct fdb_entry *fdb_find(const u8 *mac, u32 vlan)
 	return NULL;
 }
 
-static int fdb_learn(const u8 *mac, u32 port, u32 vlan)
+static void fdb_learn(const struct fw_fdb_learned *learned)
 {
-	struct fdb_entry *entry;
+	struct fdb_entry *entry = fdb_find(learned->mac, learned->vlan);
 
-	if (!is_valid_ether_addr(mac) || !fw_port_exists(port))
-		return -EINVAL;
-	if (!vlan_find(vlan))
-		return -ENOENT;
-
-	entry = fdb_find(mac, vlan);
 	if (!entry) {
 		entry = zorva_malloc(ZORVA_COMP_FDB, sizeof(*entry));
 		if (!entry)
-			return -ENOMEM;
-		ether_addr_copy(entry->mac, mac);
-		entry->vlan = vlan;
-		hlist_add_head(&entry->node, fdb_bucket(mac, vlan));
+			return;
+		ether_addr_copy(entry->mac, learned->mac);
+		entry->vlan = learned->vlan;
+		hlist_add_head(&entry->node,
+			       fdb_bucket(learned->mac, learned->vlan));
 		fdb->entries++;
 	}
-	entry->port = port;
-	zorva_uptime_secs_get(&entry->learned);
-	return 0;
+	entry->port = learned->port;
+	zorva_uptime_secs_get(&entry->seen);
 }
 
-/* Forgets the addresses of one VLAN, or of all for 0. */
-static void fdb_flush(u32 vlan)
+/* Forgets the entries for which the given function says so; tells how many. */
+static u32 fdb_flush(bool (*matches)(const struct fdb_entry *entry, u32 value),
+		     u32 value)
 {
+	const u32 before = fdb->entries;
 	struct fdb_entry *entry;
 	struct hlist_node *next;
 	u32 i;
 
 	for (i = 0; i < FDB_BUCKETS; i++) {
 		hlist_for_each_entry_safe(entry, next, &fdb->buckets[i], node) {
-			if (vlan && entry->vlan != vlan)
+			if (!matches(entry, value))
 				continue;
 			hlist_del(&entry->node);
 			fdb->entries--;
 			zorva_free(ZORVA_COMP_FDB, entry);
 		}
 	}
+	return before - fdb->entries;
+}
+
+static bool is_any(const struct fdb_entry *entry, u32 unused)
+{
+	return true;
+}
+
+static bool is_of_vlan(const struct fdb_entry *entry, u32 vlan)
+{
+	return entry->vlan == vlan;
+}
+
+static bool is_of_port(const struct fdb_entry *entry, u32 port)
+{
+	return entry->port == port;
+}
+
+static bool is_older(const struct fdb_entry *entry, u32 secs)
+{
+	u32 now = 0;
+
+	zorva_uptime_secs_get(&now);
+	return now - entry->seen > secs;
 }
 
 /*
@@ -170,173 +152,276 @@ static void fdb_dump(struct seq_file *seq)
 		hlist_for_each_entry(entry, &fdb->buckets[i], node)
 			zorva_proc_printf(seq, "%pM  %-4u  %-4u  %u\n",
 					  entry->mac, entry->port, entry->vlan,
-					  now - entry->learned);
+					  now - entry->seen);
+	zorva_proc_printf(seq, "%u addresses\n", fdb->entries);
+}
+
+void fw_fdb_flush_port(u32 port)
+{
+	zorva_mutex_take(ZORVA_COMP_FDB, fdb_lock);
+	fdb_flush(is_of_port, port);
+	zorva_mutex_give(ZORVA_COMP_FDB, fdb_lock);
+}
+EXPORT_SYMBOL_GPL(fw_fdb_flush_port);
+
+/*
+ * Learning. The thread ends on a message: it waits without a limit, and
+ * zorva_thread_destroy() would not end that wait.
+ */
+
+static zorva_msg_queue_t *learn_queue;
+static u32 learn_thread;
+
+zorva_msg_queue_t *fw_fdb_queue(void)
+{
+	return learn_queue;
+}
+EXPORT_SYMBOL_GPL(fw_fdb_queue);
+
+static void learn(void *unused)
+{
+	struct fw_fdb_learned learned;
+
+	while (!zorva_msg_queue_receive(ZORVA_COMP_FDB, learn_queue, &learned,
+					sizeof(learned), ZORVA_WAIT_FOREVER) &&
+	       learned.port) {
+		if (!is_valid_ether_addr(learned.mac) ||
+		    !fw_port_exists(learned.port) ||
+		    !fw_vlan_exists(learned.vlan))
+			continue;
+		zorva_mutex_take(ZORVA_COMP_FDB, fdb_lock);
+		fdb_learn(&learned);
+		zorva_mutex_give(ZORVA_COMP_FDB, fdb_lock);
+	}
+}
+
+static void learn_stop(void)
+{
+	const struct fw_fdb_learned end = {};
+
+	zorva_msg_queue_send(ZORVA_COMP_FDB, learn_queue, &end, sizeof(end),
+			     ZORVA_WAIT_FOREVER);
+	fw_thread_wait(learn_thread);
+}
+
+/*
+ * Ageing. The thread is told to end by zorva_thread_destroy() and does so
+ * inside the take, at the end of its time limit. It puts a unit back there that
+ * it may never have had. That one means an early look at the table, and does
+ * no harm; with a semaphore that counts what there is of something it would.
+ * For the same reason it must not hold the table's lock there.
+ */
+
+static zorva_sem_t *age_look;
+static u32 age_limit;
+static u32 age_thread;
+
+static void age(void *unused)
+{
+	u32 forgotten;
+
+	for (;;) {
+		zorva_sem_take(ZORVA_COMP_FDB, age_look, AGE_LOOK_MSECS);
+		zorva_mutex_take(ZORVA_COMP_FDB, fdb_lock);
+		forgotten = fdb_flush(is_older, READ_ONCE(age_limit));
+		zorva_mutex_give(ZORVA_COMP_FDB, fdb_lock);
+		if (forgotten)
+			pr_info("%u addresses aged out\n", forgotten);
+	}
+}
+
+static void age_stop(void)
+{
+	zorva_thread_destroy(ZORVA_COMP_FDB, age_thread);
+	fw_thread_wait(age_thread);
+	age_thread = 0;
+}
+
+static int age_set(u32 secs)
+{
+	WRITE_ONCE(age_limit, secs);
+	if (!age_thread)
+		age_thread = zorva_thread_create(ZORVA_COMP_FDB, "fdb-age", 0,
+						 PRIORITY, age, NULL);
+	if (!age_thread)
+		return -ENOMEM;
+	zorva_sem_give(ZORVA_COMP_FDB, age_look);
+	return 0;
+}
+
+/*
+ * Saving. The thread must give back what it holds before it ends, so it is
+ * asked to by a flag: zorva_thread_destroy() could end it while it waits for
+ * the flash with the table locked.
+ */
+
+static zorva_sem_t *save_request;
+static bool save_ends;
+static u32 save_thread;
+
+static void save(void *unused)
+{
+	for (;;) {
+		zorva_sem_take(ZORVA_COMP_FDB, save_request,
+			       ZORVA_WAIT_FOREVER);
+		if (READ_ONCE(save_ends))
+			return;
+		/* Locked throughout, so that the copy is of one moment. */
+		zorva_mutex_take(ZORVA_COMP_FDB, fdb_lock);
+		if (zorva_sem_take(ZORVA_COMP_FDB, fw_flash(), FLASH_MSECS)) {
+			pr_warn("not saved: the flash is busy\n");
+		} else {
+			pr_info("%u addresses saved\n", fdb->entries);
+			zorva_sem_give(ZORVA_COMP_FDB, fw_flash());
+		}
+		zorva_mutex_give(ZORVA_COMP_FDB, fdb_lock);
+	}
+}
+
+static void save_stop(void)
+{
+	WRITE_ONCE(save_ends, true);
+	zorva_sem_give(ZORVA_COMP_FDB, save_request);
+	fw_thread_wait(save_thread);
 }
 
 /* The parameters. */
-
-static int set_vlan(const char *text, const struct kernel_param *param)
-{
-	char name[33];
-	u32 id;
-
-	if (!fdb)
-		return -ENODEV;
-	if (sscanf(text, "%u %32s", &id, name) != 2)
-		return -EINVAL;
-	return vlan_add(id, name);
-}
-
-static int set_learn(const char *text, const struct kernel_param *param)
-{
-	char address[18];
-	u8 mac[ETH_ALEN];
-	u32 port;
-	u32 vlan;
-
-	if (!fdb)
-		return -ENODEV;
-	if (sscanf(text, "%17s %u %u", address, &port, &vlan) != 3)
-		return -EINVAL;
-	if (!mac_pton(address, mac))
-		return -EINVAL;
-	return fdb_learn(mac, port, vlan);
-}
 
 static int set_flush(const char *text, const struct kernel_param *param)
 {
 	u32 vlan;
 
-	if (!fdb)
+	if (!running)
 		return -ENODEV;
 	if (kstrtou32(text, 10, &vlan))
 		return -EINVAL;
-	fdb_flush(vlan);
+	zorva_mutex_take(ZORVA_COMP_CLI, fdb_lock);
+	fdb_flush(is_of_vlan, vlan);
+	zorva_mutex_give(ZORVA_COMP_CLI, fdb_lock);
+	return 0;
+}
+
+static int set_age(const char *text, const struct kernel_param *param)
+{
+	u32 secs;
+
+	if (!running)
+		return -ENODEV;
+	if (kstrtou32(text, 10, &secs))
+		return -EINVAL;
+	if (secs)
+		return age_set(secs);
+	if (age_thread)
+		age_stop();
+	return 0;
+}
+
+static int set_save(const char *text, const struct kernel_param *param)
+{
+	if (!running)
+		return -ENODEV;
+	zorva_sem_give(ZORVA_COMP_CLI, save_request);
 	return 0;
 }
 
 static int set_dump(const char *text, const struct kernel_param *param)
 {
-	if (!fdb)
+	if (!running)
 		return -ENODEV;
+	zorva_mutex_take(ZORVA_COMP_CLI, fdb_lock);
 	fdb_dump(NULL);
+	zorva_mutex_give(ZORVA_COMP_CLI, fdb_lock);
 	return 0;
 }
 
-static const struct kernel_param_ops vlan_ops = { .set = set_vlan };
-module_param_cb(vlan, &vlan_ops, NULL, 0200);
-MODULE_PARM_DESC(vlan, "adds a VLAN: ID and name");
-
-static const struct kernel_param_ops learn_ops = { .set = set_learn };
-module_param_cb(learn, &learn_ops, NULL, 0200);
-MODULE_PARM_DESC(learn, "learns an address: MAC address, port and VLAN");
+static int get_addresses(char *text, const struct kernel_param *param)
+{
+	return sprintf(text, "%u\n", running ? READ_ONCE(fdb->entries) : 0);
+}
 
 static const struct kernel_param_ops flush_ops = { .set = set_flush };
 module_param_cb(flush, &flush_ops, NULL, 0200);
-MODULE_PARM_DESC(flush, "forgets the addresses of a VLAN, or of all for 0");
+MODULE_PARM_DESC(flush, "forgets the addresses of a VLAN");
+
+static const struct kernel_param_ops age_ops = { .set = set_age };
+module_param_cb(age, &age_ops, NULL, 0200);
+MODULE_PARM_DESC(age, "seconds after which an address is forgotten, 0 = never");
+
+static const struct kernel_param_ops save_ops = { .set = set_save };
+module_param_cb(save, &save_ops, NULL, 0200);
+MODULE_PARM_DESC(save, "saves the table in the flash");
 
 static const struct kernel_param_ops dump_ops = { .set = set_dump };
 module_param_cb(dump, &dump_ops, NULL, 0200);
 MODULE_PARM_DESC(dump, "prints the table into the kernel log");
 
-/*
- * Deliberate faults, for trying out what zorva makes of them:
- *
- *	overrun		writes one byte too many into a block, and keeps it
- *	release		frees that block
- *	double-free	frees a block twice
- */
-
-#define LABEL_SIZE 16u
-
-static char *torn_label;
-
-/*
- * The classic one: room for the characters of a text, but not for its end.
- * The zero goes into the guard behind the block, and nobody notices yet.
- */
-static int fault_overrun(void)
-{
-	static const char label[] = "Uplink to core 1";
-
-	BUILD_BUG_ON(sizeof(label) != LABEL_SIZE + 1);
-	if (torn_label)
-		return -EBUSY;
-
-	torn_label = zorva_malloc(ZORVA_COMP_VLAN, LABEL_SIZE);
-	if (!torn_label)
-		return -ENOMEM;
-	memcpy(torn_label, label, sizeof(label));
-	return 0;
-}
-
-/* The free finds the guard overwritten, says so, and frees the block. */
-static void fault_release(void)
-{
-	zorva_free(ZORVA_COMP_VLAN, torn_label);
-	torn_label = NULL;
-}
-
-/* The second free finds the mark of the first, and leaves the block alone. */
-static int fault_double_free(void)
-{
-	u8 *const frame = zorva_malloc(ZORVA_COMP_FDB, ETH_ZLEN);
-
-	if (!frame)
-		return -ENOMEM;
-	zorva_free(ZORVA_COMP_FDB, frame);
-	zorva_free(ZORVA_COMP_FDB, frame);
-	return 0;
-}
-
-static int set_fault(const char *text, const struct kernel_param *param)
-{
-	if (!fdb)
-		return -ENODEV;
-	if (sysfs_streq(text, "overrun"))
-		return fault_overrun();
-	if (sysfs_streq(text, "double-free"))
-		return fault_double_free();
-	if (!sysfs_streq(text, "release"))
-		return -EINVAL;
-	fault_release();
-	return 0;
-}
-
-static const struct kernel_param_ops fault_ops = { .set = set_fault };
-module_param_cb(fault, &fault_ops, NULL, 0200);
-MODULE_PARM_DESC(fault, "overrun, release or double-free");
+static const struct kernel_param_ops addresses_ops = { .get = get_addresses };
+module_param_cb(addresses, &addresses_ops, NULL, 0444);
+MODULE_PARM_DESC(addresses, "how many addresses there are");
 
 /* Load and unload. */
 
+static void set_running(bool now)
+{
+	kernel_param_lock(THIS_MODULE);
+	running = now;
+	kernel_param_unlock(THIS_MODULE);
+}
+
+/* Also undoes what a failed load has made: first the threads, then the rest. */
+static void destroy_all(void)
+{
+	if (age_thread)
+		age_stop();
+	if (save_thread)
+		save_stop();
+	if (learn_thread)
+		learn_stop();
+	if (save_request)
+		zorva_sem_destroy(ZORVA_COMP_FDB, save_request);
+	if (age_look)
+		zorva_sem_destroy(ZORVA_COMP_FDB, age_look);
+	if (learn_queue)
+		zorva_msg_queue_delete(ZORVA_COMP_FDB, learn_queue);
+	if (fdb)
+		fdb_flush(is_any, 0);
+	zorva_free(ZORVA_COMP_FDB, fdb);
+	if (fdb_lock)
+		zorva_mutex_destroy(ZORVA_COMP_FDB, fdb_lock);
+}
+
 static int __init fw_fdb_init(void)
 {
-	struct fdb *const table = zorva_malloc(ZORVA_COMP_FDB, sizeof(*table));
+	fdb_lock = zorva_mutex_create(ZORVA_COMP_FDB, "fdb");
+	fdb = zorva_malloc(ZORVA_COMP_FDB, sizeof(*fdb));
+	learn_queue = zorva_msg_queue_create(ZORVA_COMP_FDB, "fdb-learn",
+					     QUEUE_DEPTH,
+					     sizeof(struct fw_fdb_learned));
+	age_look = zorva_sem_create(ZORVA_COMP_FDB, "fdb-age", 0);
+	save_request = zorva_sem_create(ZORVA_COMP_FDB, "fdb-save", 0);
+	if (!fdb_lock || !fdb || !learn_queue || !age_look || !save_request)
+		goto failed;
 
-	if (!table)
-		return -ENOMEM;
-	INIT_LIST_HEAD(&table->vlans);
+	learn_thread = zorva_thread_create(ZORVA_COMP_FDB, "fdb-learn", 0,
+					   PRIORITY, learn, NULL);
+	save_thread = zorva_thread_create(ZORVA_COMP_FDB, "fdb-save", 0,
+					  PRIORITY, save, NULL);
+	if (!learn_thread || !save_thread || age_set(AGE_SECS))
+		goto failed;
 
-	kernel_param_lock(THIS_MODULE);
-	fdb = table;
-	kernel_param_unlock(THIS_MODULE);
+	set_running(true);
 	return 0;
+
+failed:
+	destroy_all();
+	return -ENOMEM;
 }
 module_init(fw_fdb_init);
 
 static void __exit fw_fdb_exit(void)
 {
-	struct vlan *vlan;
-	struct vlan *next;
-
-	kernel_param_lock(THIS_MODULE);
-	fdb_flush(0);
-	list_for_each_entry_safe(vlan, next, &fdb->vlans, node)
-		vlan_destroy(vlan);
-	fault_release();
-	zorva_free(ZORVA_COMP_FDB, fdb);
-	fdb = NULL;
-	kernel_param_unlock(THIS_MODULE);
+	set_running(false);
+	destroy_all();
 }
 module_exit(fw_fdb_exit);
 
