@@ -113,7 +113,8 @@ gnuplot -e "out='$out/bench.svg'; rows='$out/chart.rows'" "$here/chart.gp"
 say "$out/bench.json, $out/bench.svg"
 
 if [ "${1-}" = --update ]; then
-	cp "$out/bench.svg" "$ZORVA_ROOT/docs/performance.svg"
+	# gnuplot leaves the last line open.
+	sed '$a\' "$out/bench.svg" >"$ZORVA_ROOT/docs/performance.svg"
 	cp "$out/bench.json" "$ZORVA_ROOT/docs/performance.json"
 fi
 exit "$status"
