@@ -114,7 +114,7 @@ say "$out/bench.json, $out/bench.svg"
 
 if [ "${1-}" = --update ]; then
 	# gnuplot leaves the last line open.
-	sed '$a\' "$out/bench.svg" >"$ZORVA_ROOT/docs/performance.svg"
+	awk 1 "$out/bench.svg" >"$ZORVA_ROOT/docs/performance.svg"
 	cp "$out/bench.json" "$ZORVA_ROOT/docs/performance.json"
 fi
 exit "$status"
