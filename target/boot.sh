@@ -94,7 +94,8 @@ fi
 # After an oops nothing that the board says counts: it stops there.
 words="$words oops=panic"
 # The kernel's log marks what user space wrote; its own lines keep their time.
-clean=(-e 's/\r$//' -e 's/^\[ *[0-9.]+\] \[U\] ?//')
+# The console's driver drops empty lines; a line of one blank stands for them.
+clean=(-e 's/\r$//' -e 's/^\[ *[0-9.]+\] \[U\] ?//' -e 's/^ $//')
 mkdir -p "$(dirname "$log")"
 rm -f "$log"
 viewer=(cat)
