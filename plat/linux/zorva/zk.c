@@ -263,8 +263,11 @@ unsigned long zk_jiffies(void)
 
 void zk_add_timer(struct timer_list *timer, unsigned long ticks)
 {
-	timer->expires = jiffies + ticks;
-	add_timer(timer);
+	/*
+	 * An interrupt that starts a timer again before its expiry has been
+	 * marked leaves it pending, which add_timer would take for a bug.
+	 */
+	mod_timer(timer, jiffies + ticks);
 }
 
 void zk_hrtimer_set_function(

@@ -6,9 +6,18 @@
 #include "zk.h"
 #include "zorva/atomic.h"
 
+/*
+ * Returns the new value. On MIPS the compiler knows only the operation that
+ * returns the old value without barriers around it, so it must not see that
+ * another one would do.
+ */
 inline s32 atomic_add(zorva_atomic_t &counter, s32 amount)
 {
-	return __atomic_add_fetch(&counter.counter, amount, __ATOMIC_RELAXED);
+	s32 old =
+		__atomic_fetch_add(&counter.counter, amount, __ATOMIC_RELAXED);
+
+	__asm__ volatile("" : "+r"(old));
+	return old + amount;
 }
 
 inline void atomic_set(zorva_atomic_t &counter, s32 value)

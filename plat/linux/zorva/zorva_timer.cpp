@@ -38,6 +38,15 @@ namespace
 	zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, func, __LINE__,       \
 			  __VA_ARGS__)
 
+/*
+ * Only a kernel that checks locks wants a class for timers; it warns and then
+ * stops checking when there is none. Elsewhere a class has no size.
+ */
+constinit lock_class_key timer_key = {};
+constexpr bool has_classes = ZK_SIZEOF_LOCK_CLASS_KEY > 0;
+constexpr const char *class_name = has_classes ? "&timer->timer" : nullptr;
+constexpr lock_class_key *class_key = has_classes ? &timer_key : nullptr;
+
 struct tick_kind {
 	using record = tick_timer;
 
@@ -62,8 +71,8 @@ struct tick_kind {
 	}
 	static void prepare(record *timer)
 	{
-		init_timer_key(&timer->timer, _zorva_timer_wrapper, 0, nullptr,
-			       nullptr);
+		init_timer_key(&timer->timer, _zorva_timer_wrapper, 0,
+			       class_name, class_key);
 	}
 	/* 100 ticks a second, whatever the kernel's rate; may wrap. */
 	static void arm(record *timer, u32 msecs)
