@@ -1,0 +1,60 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# The target tests on the board's other kernels, with one summary: the one
+# that watches itself, and the stock one, which does not let modules choose a
+# real-time priority.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/../../target/lib.sh"
+
+if [ $# -ne 0 ]; then
+	say "usage: kernels.sh"
+	exit 2
+fi
+
+cd "$ZORVA_ROOT"
+mkdir -p "$ZORVA_BUILD" "$ZORVA_LOGS"
+all_failed=0
+summary=
+
+# on NAME BOARD-ARGS OPTION...: the tests on the kernel that build.sh makes
+# with these options
+on()
+{
+	local name=$1 args=$2 counts=$ZORVA_BUILD/kernel-$1.counts
+	local passed=0 failed=0 status=0 start=$SECONDS kernel log
+	shift 2
+
+	say "== the $name kernel"
+	target/kernel/build.sh "$@"
+	kernel=$(target/kernel/build.sh "$@" --print-dir)
+	rm -f "$counts"
+	KERNEL_BUILD=$kernel BOARD_TIMEOUT=${BOARD_TIMEOUT:-1200} \
+		BOARD_ARGS="$args ${BOARD_ARGS-}" \
+		target/board.sh test "$counts" || status=$?
+	for log in test run; do
+		[ ! -f "$ZORVA_LOGS/$log-console.log" ] ||
+			mv "$ZORVA_LOGS/$log-console.log" \
+				"$ZORVA_LOGS/$log-console-$name.log"
+	done
+	[ ! -f "$counts" ] || read -r passed failed <"$counts"
+	# Tests that broke off before they were counted have failed all the
+	# same, and so have none at all.
+	if [ "$failed" -eq 0 ] &&
+		{ [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
+		failed=1
+	fi
+	all_failed=$((all_failed + failed))
+	summary+=$(printf '%-8s %5d passed, %d failed, %d s' "$name" \
+		"$passed" "$failed" $((SECONDS - start)))$'\n'
+}
+
+# Red zones around every object of the heap, and checks of its lists.
+on debug "--append slub_debug=FZ" --with target/kernel/debug.config
+on stock "" --without-patches
+
+say "== all kernels"
+printf '%s' "$summary"
+[ "$all_failed" -eq 0 ]
