@@ -8,6 +8,7 @@
 # ZORVA_COMPONENTS=F   the firmware's own table of components
 # BOARD_TIMEOUT=S      how long the board may run
 # BOARD_ARGS=...       more options of target/boot.sh
+# SECONDS=S SEED=N     of the soak: how long, and what it decides by
 
 KERNEL_BUILD ?=
 KERNEL_OPTS ?=
@@ -52,6 +53,14 @@ unit: ## the tests on this machine, against a fake kernel
 .PHONY: target-test
 target-test: kernel ## the tests on the board
 	@$(with_kernel) target/board.sh test
+
+.PHONY: test-kernels
+test-kernels: kernel ## target-test on the debug kernel and the stock kernel
+	@tests/target/kernels.sh
+
+.PHONY: soak
+soak: kernel ## all services at once, at random, against a model
+	@$(with_kernel) tests/soak/run.sh $(or $(SECONDS),60) $(SEED)
 
 .PHONY: lint
 lint: ## format, static checks, shell scripts

@@ -18,6 +18,7 @@ usage: modules.sh PART...
   examples  the example firmware
   tests     the suites and programs of tests/target
   bench     the measurements
+  soak      the soak of tests/soak
 
 Parts are built in the order given; the others need the module.
 END
@@ -27,7 +28,7 @@ kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
 [ -d "$kernel" ] || die "$kernel: no such kernel tree"
 kernel=$(cd "$kernel" && pwd)
 copy=$ZORVA_BUILD/target
-sources=(plat examples bench tests/target)
+sources=(plat examples bench tests/target tests/soak)
 
 # Objects made against another kernel would pass for current ones.
 if [ "$(cat "$copy/.kernel" 2>/dev/null)" != "$kernel" ]; then
@@ -116,6 +117,7 @@ for part in "$@"; do
 	case $part in
 	module) step "modules: zorva" kbuild plat/linux/zorva ;;
 	examples | bench) step "modules: $part" kbuild_user "$part" ;;
+	soak) step "modules: soak" kbuild_user tests/soak ;;
 	tests)
 		step "modules: tests" kbuild_user tests/target
 		step "modules: test programs" programs

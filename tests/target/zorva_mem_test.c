@@ -319,20 +319,34 @@ static void cleaning_up_forgets_the_address(struct kunit *test)
 	ZT_EXPECT_NO_REPORTS(test);
 }
 
+/* The heap gives a freed block out again soon, though not always at once. */
+static void expect_given_out_again(struct kunit *test, const void *block)
+{
+	static void *others[512];
+	unsigned int count = 0;
+	bool again = false;
+
+	while (!again && count < ARRAY_SIZE(others)) {
+		others[count] = allocate(test, SOMEBODY, 100);
+		again = others[count++] == block;
+	}
+	while (count > 0)
+		release(others[--count]);
+	KUNIT_EXPECT_TRUE(test, again);
+}
+
 static void the_memory_goes_back_to_the_heap(struct kunit *test)
 {
 	void *block = allocate(test, SOMEBODY, 100);
-	void *place, *again;
+	void *place;
 
 	release(block);
-	again = allocate(test, SOMEBODY, 100);
-	KUNIT_EXPECT_PTR_EQ(test, again, block);
+	expect_given_out_again(test, block);
 
-	place = again;
+	block = allocate(test, SOMEBODY, 100);
+	place = block;
 	zorva_free_cleanup(&place);
-	again = allocate(test, SOMEBODY, 100);
-	KUNIT_EXPECT_PTR_EQ(test, again, block);
-	release(again);
+	expect_given_out_again(test, block);
 }
 
 static void freeing_nothing_does_nothing(struct kunit *test)

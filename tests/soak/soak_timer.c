@@ -1,0 +1,228 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Timers of both kinds that are started, stopped and refreshed by threads and
+ * by their own callbacks. Each start has to give one callback, not too early
+ * and not never, or a stop.
+ *
+ * A timer's model changes together with the timer, with interrupts off: on a
+ * uniprocessor nothing comes in between.
+ */
+#include <linux/ktime.h>
+
+#include "soak.h"
+
+#define TICK_TIMERS 8
+#define HRT_TIMERS 6
+#define TIMERS (TICK_TIMERS + HRT_TIMERS)
+#define LATE_SECS 10
+
+static struct soak_timer {
+	bool hrt;
+	u32 id;
+	u32 period;
+	ktime_t started;
+	unsigned long started_tick;
+	bool outstanding;
+	u32 starts;
+	u32 fired;
+	u32 stopped;
+} timers[TIMERS];
+
+static struct soak_account before;
+
+static void note_start(struct soak_timer *timer, u32 period)
+{
+	timer->period = period;
+	timer->started = ktime_get();
+	timer->started_tick = jiffies;
+	timer->outstanding = true;
+	timer->starts++;
+}
+
+/* Interrupts are off. */
+static void start(struct soak_timer *timer, u32 period)
+{
+	const bool running = timer->outstanding;
+	struct soak_timer noted = *timer;
+	u32 rc;
+
+	/* Read before the call: it may not end earlier than that. */
+	note_start(&noted, period);
+	rc = timer->hrt
+		     ? zorva_hrt_timer_start(SOAK_TIMER_COMP, &timer->id,
+					     period)
+		     : zorva_timer_start(SOAK_TIMER_COMP, &timer->id, period);
+	SOAK_CHECK(rc == (running ? ZORVA_RC_FAIL : ZORVA_RC_OK),
+		   "a start of a timer that was %srunning: 0x%x",
+		   running ? "" : "not ", rc);
+	if (!running)
+		*timer = noted;
+}
+
+static void stop(struct soak_timer *timer)
+{
+	const u32 rc =
+		timer->hrt ? zorva_hrt_timer_stop(SOAK_TIMER_COMP, &timer->id)
+			   : zorva_timer_stop(SOAK_TIMER_COMP, &timer->id);
+
+	SOAK_CHECK(!rc, "a timer cannot be stopped: 0x%x", rc);
+	timer->stopped += timer->outstanding;
+	timer->outstanding = false;
+}
+
+static void refresh(struct soak_timer *timer, u32 period)
+{
+	u32 rc;
+
+	timer->stopped += timer->outstanding;
+	note_start(timer, period);
+	rc = timer->hrt
+		     ? zorva_hrt_timer_refresh(SOAK_TIMER_COMP, &timer->id,
+					       period)
+		     : zorva_timer_refresh(SOAK_TIMER_COMP, &timer->id, period);
+	SOAK_CHECK(!rc, "a timer cannot be refreshed: 0x%x", rc);
+}
+
+static bool is_early(const struct soak_timer *timer)
+{
+	if (timer->hrt)
+		return ktime_ms_delta(ktime_get(), timer->started) <
+		       timer->period;
+	return jiffies - timer->started_tick < timer->period / 10;
+}
+
+static void expired(unsigned long index)
+{
+	struct soak_timer *const timer = &timers[index];
+	unsigned long flags;
+
+	local_irq_save(flags);
+	SOAK_CHECK(in_interrupt(), "a callback outside an interrupt");
+	SOAK_CHECK(timer->outstanding, "timer %lu: a callback without a start",
+		   index);
+	SOAK_CHECK(!is_early(timer), "timer %lu: %u ms ended too early", index,
+		   timer->period);
+	timer->outstanding = false;
+	timer->fired++;
+	if (timer->fired % 4 == 0 && soak_phase == SOAK_RUNNING)
+		start(timer, timer->period);
+	local_irq_restore(flags);
+
+	soak_mem_in_interrupt(index);
+	if (index == 0)
+		soak_wake_in_interrupt();
+}
+
+void soak_timer_step(struct soak_actor *actor)
+{
+	const u32 *const decide = actor->decide;
+	struct soak_timer *const timer = &timers[decide[0] % TIMERS];
+	const u32 period = 1 + decide[1] % (decide[2] % 8 ? 40 : 400);
+	unsigned long flags;
+
+	local_irq_save(flags);
+	SOAK_CHECK(!timer->outstanding ||
+			   ktime_ms_delta(ktime_get(), timer->started) <
+				   timer->period + LATE_SECS * 1000,
+		   "a timer of %u ms has not ended", timer->period);
+	switch (decide[3] % 4) {
+	case 0:
+		stop(timer);
+		break;
+	case 1:
+		refresh(timer, period);
+		break;
+	default:
+		start(timer, period);
+		break;
+	}
+	local_irq_restore(flags);
+}
+
+static u32 make(unsigned int index)
+{
+	struct soak_timer *const timer = &timers[index];
+
+	return timer->hrt ? zorva_hrt_timer_init(SOAK_TIMER_COMP, &timer->id,
+						 expired, index)
+			  : zorva_timer_init(SOAK_TIMER_COMP, &timer->id,
+					     expired, index);
+}
+
+/* Once without the memory for each of what a first timer needs. */
+static void make_without_memory(unsigned int index)
+{
+	unsigned int n;
+
+	for (n = 1; n <= 3; n++) {
+		u32 rc;
+
+		soak_begin_failing(n);
+		rc = make(index);
+		if (!soak_end_failing(n))
+			soak_violation("timer %u needs %u allocations", index,
+				       n - 1);
+		SOAK_CHECK(rc == ZORVA_RC_FAIL, "a timer without memory: 0x%x",
+			   rc);
+		/* The list stays once it was made: then two are left. */
+		if (n == 2)
+			break;
+	}
+}
+
+int soak_timer_set_up(void)
+{
+	unsigned int i;
+
+	for (i = 0; i < TIMERS; i++) {
+		u32 rc;
+
+		timers[i].hrt = i >= TICK_TIMERS;
+		if (i == 0 || i == TICK_TIMERS)
+			make_without_memory(i);
+		rc = make(i);
+		if (rc) {
+			soak_violation("a timer cannot be made: 0x%x", rc);
+			return -ENOMEM;
+		}
+	}
+	before = soak_account_of(ZORVA_COMPONENT_SELF);
+	return 0;
+}
+
+/* Timers are never deleted; they and their list stay, stopped. */
+void soak_timer_take_down(void)
+{
+	u32 starts = 0, fired = 0, stopped = 0;
+	struct soak_account after;
+	unsigned long flags;
+	unsigned int i;
+
+	for (i = 0; i < TIMERS; i++) {
+		struct soak_timer *const timer = &timers[i];
+
+		local_irq_save(flags);
+		stop(timer);
+		local_irq_restore(flags);
+	}
+	/* Nothing may come any more. */
+	schedule_timeout_uninterruptible(HZ / 2);
+	for (i = 0; i < TIMERS; i++) {
+		const struct soak_timer *const timer = &timers[i];
+
+		SOAK_CHECK(timer->starts == timer->fired + timer->stopped,
+			   "timer %u: %u starts, %u callbacks, %u stops", i,
+			   timer->starts, timer->fired, timer->stopped);
+		starts += timer->starts;
+		fired += timer->fired;
+		stopped += timer->stopped;
+	}
+	SOAK_CHECK(fired > 0, "no timer has ever ended");
+	after = soak_account_of(ZORVA_COMPONENT_SELF);
+	SOAK_CHECK(after.bytes == before.bytes && after.blocks == before.blocks,
+		   "%s owns %u bytes in %u blocks, not %u in %u",
+		   _componentName[ZORVA_COMPONENT_SELF], after.bytes,
+		   after.blocks, before.bytes, before.blocks);
+	pr_info("soak: timers: %u starts, %u callbacks, %u stops\n", starts,
+		fired, stopped);
+}

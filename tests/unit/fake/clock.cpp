@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * The clocks. All run off one monotonic clock; that of the boot adds the time
+ * spent suspended, and the coarse one stands still between two ticks.
+ */
+#include "internal.h"
+
+namespace
+{
+
+constexpr s64 nsecs_per_tick = 10000000;
+constexpr s64 nsecs_per_sec = 1000000000;
+
+s64 monotonic;
+s64 boot_offset;
+std::vector<fake::context> coarse;
+
+/* Rounds down, below 0 too. */
+s64 floor_to(s64 value, s64 unit)
+{
+	const s64 above = value % unit;
+
+	return value - above - (above < 0 ? unit : 0);
+}
+
+void check_offset(enum tk_offsets offs)
+{
+	if (offs != TK_OFFS_BOOT)
+		fake::complain("a clock other than that of the boot");
+}
+
+} // namespace
+
+namespace fake
+{
+
+void set_uptime(s64 nsecs, s64 suspended)
+{
+	monotonic = nsecs - suspended;
+	boot_offset = suspended;
+}
+
+s64 monotonic_time()
+{
+	return monotonic;
+}
+
+void set_monotonic_time(s64 nsecs)
+{
+	monotonic = nsecs;
+}
+
+const std::vector<context> &coarse_readings()
+{
+	return coarse;
+}
+
+} // namespace fake
+
+ktime_t ktime_get_coarse_with_offset(enum tk_offsets offs)
+{
+	check_offset(offs);
+	coarse.push_back(fake::current_context());
+	return floor_to(monotonic, nsecs_per_tick) + boot_offset;
+}
+
+ktime_t ktime_get_with_offset(enum tk_offsets offs)
+{
+	check_offset(offs);
+	return monotonic + boot_offset;
+}
+
+void zk_ktime_get_ts64(s64 *secs, u32 *nsecs)
+{
+	const s64 whole = floor_to(monotonic, nsecs_per_sec);
+
+	*secs = whole / nsecs_per_sec;
+	*nsecs = monotonic - whole;
+}

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * The processor: interrupts, spin locks, and who may sleep. There is one, as
+ * on the target.
+ */
+#include "internal.h"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+/*
+ * The module's spin locks. A lock has no size on the target, and would share
+ * its address with its neighbour: give each a place of its own.
+ */
+char malloc_mem_lock[16] asm("_mallocMemLck");
+char lock_debug_lock[16] asm("_zorvaLockDbgLck");
+char thread_lock[16] asm("_zorvaThreadLock");
+char timer_lock[16] asm("_zorvaTimerLock");
+char wait_list_lock[16] asm("_waitListLck");
+
+namespace
+{
+
+constexpr unsigned long flags_on = 0x1401;
+constexpr unsigned long flags_off = 0x1400;
+
+struct held_lock {
+	const spinlock_t *lock;
+	unsigned long flags;
+};
+
+bool irqs_off;
+unsigned int hard_interrupts;
+unsigned int soft_interrupts;
+std::vector<held_lock> held;
+size_t locks_taken;
+
+} // namespace
+
+namespace fake
+{
+
+bool context::may_sleep() const
+{
+	return !interrupts_off && !in_interrupt && locks.empty();
+}
+
+bool context::holds(const void *lock) const
+{
+	return interrupts_off &&
+	       std::find(locks.begin(), locks.end(), lock) != locks.end();
+}
+
+bool context::has_taken(const void *lock) const
+{
+	return std::find(taken.begin(), taken.end(), lock) != taken.end();
+}
+
+context current_context()
+{
+	context now = { irqs_off,
+			hard_interrupts || soft_interrupts,
+			{},
+			taken_by_running() };
+
+	for (const held_lock &each : held)
+		now.locks.push_back(each.lock);
+	return now;
+}
+
+size_t spin_locks_taken()
+{
+	return locks_taken;
+}
+
+hard_interrupt::hard_interrupt() : were_off_(irqs_off)
+{
+	irqs_off = true;
+	++hard_interrupts;
+}
+
+hard_interrupt::~hard_interrupt()
+{
+	--hard_interrupts;
+	irqs_off = were_off_;
+}
+
+soft_interrupt::soft_interrupt()
+{
+	++soft_interrupts;
+}
+
+soft_interrupt::~soft_interrupt()
+{
+	--soft_interrupts;
+}
+
+interrupts_off::interrupts_off() : were_off_(irqs_off)
+{
+	irqs_off = true;
+}
+
+interrupts_off::~interrupts_off()
+{
+	irqs_off = were_off_;
+}
+
+void complain(const std::string &what)
+{
+	ADD_FAILURE() << "the kernel forbids: " << what;
+}
+
+void might_sleep(const char *caller)
+{
+	const context now = current_context();
+
+	if (now.in_interrupt)
+		complain(std::string(caller) + " in interrupt context");
+	else if (!now.locks.empty())
+		complain(std::string(caller) + " under a spin lock");
+	else if (now.interrupts_off)
+		complain(std::string(caller) + " with interrupts off");
+}
+
+} // namespace fake
+
+unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
+{
+	const unsigned long flags = irqs_off ? flags_off : flags_on;
+
+	for (const held_lock &each : held)
+		if (each.lock == lock)
+			fake::complain("taking a spin lock that is held");
+	irqs_off = true;
+	++locks_taken;
+	held.push_back({ lock, flags });
+	return flags;
+}
+
+void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
+{
+	if (held.empty() || held.back().lock != lock) {
+		fake::complain("giving a spin lock that is not the last taken");
+		return;
+	}
+	if (!irqs_off)
+		fake::complain("interrupts on under a spin lock");
+	if (held.back().flags != flags)
+		fake::complain("giving a spin lock with flags of another");
+	irqs_off = held.back().flags == flags_off;
+	held.pop_back();
+}
+
+bool zk_in_interrupt(void)
+{
+	return hard_interrupts || soft_interrupts;
+}

@@ -1,0 +1,64 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/* What the parts of the fake kernel have from each other. */
+#ifndef FAKE_INTERNAL_H
+#define FAKE_INTERNAL_H
+
+#include "kernel.h"
+
+#include <stdarg.h>
+
+namespace fake
+{
+
+/* Fails the running test: the kernel forbids what was just done. */
+void complain(const std::string &what);
+/* Complains when the caller may not sleep. */
+void might_sleep(const char *caller);
+
+/* What the running task has taken and not given. */
+std::vector<const void *> taken_by_running();
+
+/* The clock that all others run off. */
+s64 monotonic_time();
+void set_monotonic_time(s64 nsecs);
+
+/* The kernel's own use of the heap. */
+void *kernel_alloc(size_t size);
+void kernel_free(void *block);
+
+std::string vformat(const char *fmt, va_list args);
+
+/* A complaint of the kernel in the log; the second one only the first time. */
+void warn(const std::string &text);
+void warn_once(bool &warned, const std::string &text);
+
+/* Tells whether bytes can be read, without the sanitizers' noticing. */
+bool readable(const void *address, size_t size);
+
+/* What the sequence files do for the operation tables. */
+ssize_t seq_read(struct file *file, char *buffer, size_t count,
+		 loff_t *position);
+loff_t seq_lseek(struct file *file, loff_t offset, int whence);
+
+} // namespace fake
+
+/* An open file; the same for the proc entries and the sequence files. */
+struct file {
+	void *private_data;
+	loff_t position;
+	struct proc_dir_entry *entry;
+	bool writable;
+	bool dead;
+};
+
+struct proc_ops {
+	int (*open)(struct inode *inode, struct file *file);
+	ssize_t (*read)(struct file *file, char *buffer, size_t count,
+			loff_t *position);
+	ssize_t (*write)(struct file *file, const char *text, size_t count,
+			 loff_t *position);
+	loff_t (*lseek)(struct file *file, loff_t offset, int whence);
+	int (*release)(struct inode *inode, struct file *file);
+};
+
+#endif

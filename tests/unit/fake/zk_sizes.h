@@ -1,0 +1,43 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * The target's sizes, alignments and constants, so that records which embed
+ * structures of the kernel have on the host the size that they have there.
+ *
+ * The guard is that of the header which the module's own build generates: this
+ * one is included first, by the compiler's -include, and wins over a generated
+ * one that lies beside the sources.
+ */
+#ifndef __ZORVA_ZK_SIZES_H__
+#define __ZORVA_ZK_SIZES_H__
+
+#define ZK_GFP_ATOMIC 0xa20
+#define ZK_GFP_KERNEL 0xcc0
+#define ZK_GFP_ZERO 0x100
+#define ZK_TK_OFFS_BOOT 1
+#define ZK_PAGE_SIZE 4096
+#define ZK_HRTIMER_MODE_REL 1
+#define ZK_TASK_INTERRUPTIBLE 1
+#define ZK_TASK_COMM_LEN 16
+
+#define ZK_SIZEOF_SPINLOCK 0
+#define ZK_ALIGNOF_SPINLOCK 1
+#define ZK_SIZEOF_LIST_HEAD 8
+#define ZK_ALIGNOF_LIST_HEAD 4
+#define ZK_SIZEOF_MUTEX 12
+#define ZK_ALIGNOF_MUTEX 4
+#define ZK_SIZEOF_SEMAPHORE 12
+#define ZK_ALIGNOF_SEMAPHORE 4
+#define ZK_SIZEOF_WAIT_QUEUE_HEAD 8
+#define ZK_ALIGNOF_WAIT_QUEUE_HEAD 4
+#define ZK_SIZEOF_WAIT_QUEUE_ENTRY 20
+#define ZK_ALIGNOF_WAIT_QUEUE_ENTRY 4
+#define ZK_SIZEOF_TIMER_LIST 20
+#define ZK_ALIGNOF_TIMER_LIST 4
+#define ZK_SIZEOF_HRTIMER 48
+#define ZK_ALIGNOF_HRTIMER 8
+#define ZK_SIZEOF_NOTIFIER_BLOCK 12
+#define ZK_ALIGNOF_NOTIFIER_BLOCK 4
+#define ZK_SIZEOF_LOCK_CLASS_KEY 0
+#define ZK_ALIGNOF_LOCK_CLASS_KEY 1
+
+#endif

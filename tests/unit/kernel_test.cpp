@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: GPL-2.0
+/* The fixtures, the recorder of reports, and the program's entry. */
+#include "kernel_test.h"
+
+#include <stdarg.h>
+#include <string.h>
+
+namespace
+{
+
+std::vector<report> recorded;
+size_t seen;
+
+std::string as_text(const report &each)
+{
+	return std::to_string(each.level) + " " + each.file + " " + each.func +
+	       ": " + each.text;
+}
+
+} // namespace
+
+void record_report(u32 compId, s32 unit, u32 level, const char *file,
+		   const char *func, s32 line, const char *format, ...)
+{
+	va_list args;
+
+	va_start(args, format);
+	const char *const text = va_arg(args, const char *);
+	va_end(args);
+
+	EXPECT_EQ(compId, 9u);
+	EXPECT_EQ(unit, -1);
+	EXPECT_TRUE(level == 1 || level == 3) << "level " << level;
+	EXPECT_STREQ(format, "%s");
+	EXPECT_EQ(strchr(file, '/'), nullptr) << file;
+	EXPECT_GT(line, 0);
+	EXPECT_LE(strlen(text), 256u);
+	EXPECT_FALSE(std::string(text).ends_with("\n")) << text;
+
+	recorded.push_back({ level, file, func, line, text,
+			     fake::current_context(), fake::log_size() });
+}
+
+const std::vector<report> &reports()
+{
+	seen = recorded.size();
+	return recorded;
+}
+
+std::string last_report()
+{
+	return reports().empty() ? "" : as_text(recorded.back());
+}
+
+std::string all_reports()
+{
+	std::string text;
+
+	for (const report &each : reports())
+		text += as_text(each) + "\n";
+	return text;
+}
+
+void KernelTest::SetUp()
+{
+	static bool used;
+
+	ASSERT_FALSE(used)
+		<< "the module is loaded once in a process: run the tests "
+		   "through ctest, or name one with --gtest_filter";
+	used = true;
+}
+
+void KernelTest::TearDown()
+{
+	const fake::context now = fake::current_context();
+
+	EXPECT_TRUE(now.locks.empty()) << "a lock is held";
+	EXPECT_FALSE(now.interrupts_off) << "interrupts are off";
+	EXPECT_FALSE(now.in_interrupt) << "an interrupt has not ended";
+	EXPECT_EQ(fake::live_blocks(), 0u) << "blocks are allocated";
+	EXPECT_EQ(fake::open_files(), 0u) << "files are open";
+	EXPECT_EQ(fake::tasks_left(), "");
+	EXPECT_EQ(seen, recorded.size())
+		<< "not expected: " << as_text(recorded.back());
+	EXPECT_FALSE(fake::log_has_unseen())
+		<< "not expected in the log: " << fake::log_text();
+}
+
+void ModuleTest::SetUp()
+{
+	KernelTest::SetUp();
+	zorva_debug_pr_fn_register(record_report);
+}
+
+/* Leaks are counted by the fixture, block by block. */
+extern "C" const char *__asan_default_options()
+{
+	return "detect_leaks=0:detect_stack_use_after_return=1";
+}
+
+extern "C" const char *__ubsan_default_options()
+{
+	return "print_stacktrace=1";
+}
+
+int main(int argc, char **argv)
+{
+	::testing::InitGoogleTest(&argc, argv);
+	return RUN_ALL_TESTS();
+}

@@ -1,0 +1,77 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/* Tracked mutexes and semaphores as their tests see them. */
+#ifndef LOCK_FIXTURE_H
+#define LOCK_FIXTURE_H
+
+#include "service_fixture.h"
+#include "zorva/mutex.h"
+#include "zorva/sem.h"
+
+class LockTest : public ServiceTest {
+protected:
+	/* The objects of a registry, newest first, along their next links. */
+	template <class Record>
+	static std::vector<Record *>
+	listed(const lock_registry<Record> &registry)
+	{
+		std::vector<Record *> found;
+
+		for (Record *each = registry.head; each; each = each->next)
+			found.push_back(each);
+		return found;
+	}
+
+	/* The same from the oldest on, along their previous links. */
+	template <class Record>
+	static std::vector<Record *>
+	listed_backwards(const lock_registry<Record> &registry)
+	{
+		std::vector<Record *> found = listed(registry);
+		Record *each = found.empty() ? nullptr : found.back();
+
+		for (found.clear(); each; each = each->previous)
+			found.push_back(each);
+		return found;
+	}
+
+	/* "0 f.c:7 at 3": action, file, line, time; then a take's limit. */
+	static std::string describe(const mutex_entry &entry)
+	{
+		return fake::format("%u %s:%u at %u", entry.action, entry.file,
+				    entry.line, entry.time);
+	}
+
+	static std::string describe(const sem_entry &entry)
+	{
+		return fake::format("%u %s:%u at %u (%u)", entry.action,
+				    entry.file, entry.line, entry.time,
+				    entry.timeout);
+	}
+
+	/* All entries that were written, newest first. */
+	template <class Record>
+	static texts history(const Record *record)
+	{
+		texts found;
+
+		for (int i = 0; i < 8; ++i) {
+			const auto &entry =
+				record->history[(record->historyHead - i) & 7];
+
+			if (entry.line)
+				found.push_back(describe(entry));
+		}
+		return found;
+	}
+
+	/* Runs a function in a task of its own, until it blocks or ends. */
+	static pid_t in_task(const char *comm, std::function<void()> body)
+	{
+		const pid_t pid = fake::start_task(comm, std::move(body));
+
+		fake::run_others();
+		return pid;
+	}
+};
+
+#endif
