@@ -113,8 +113,9 @@ gnuplot -e "out='$out/bench.svg'; rows='$out/chart.rows'" "$here/chart.gp"
 say "$out/bench.json, $out/bench.svg"
 
 if [ "${1-}" = --update ]; then
-	# gnuplot leaves the last line open.
-	awk 1 "$out/bench.svg" >"$ZORVA_ROOT/docs/performance.svg"
+	# gnuplot leaves blanks, and the last line open.
+	sed 's/[[:space:]]*$//' "$out/bench.svg" | awk 1 \
+		>"$ZORVA_ROOT/docs/performance.svg"
 	cp "$out/bench.json" "$ZORVA_ROOT/docs/performance.json"
 fi
 exit "$status"
