@@ -123,6 +123,18 @@ std::string ServiceTest::new_reports()
 	return text;
 }
 
+std::string ServiceTest::own_reports()
+{
+	std::string text = new_reports();
+	size_t at;
+
+	while ((at = text.find("1 zorva_mem.cpp zorva_malloc_track: "
+			       "Memory allocation failed")) !=
+	       std::string::npos)
+		text.erase(at, text.find('\n', at) - at + 1);
+	return text;
+}
+
 unsigned int ServiceTest::fail_each_allocation(
 	const std::function<void(unsigned int nth)> &call)
 {
@@ -142,9 +154,28 @@ unsigned int ServiceTest::fail_each_allocation(
 	}
 }
 
+/*
+ * Whoever may have to wait holds neither a registry of locks nor the list of
+ * queues; so no two of them are ever held together.
+ */
+static void expect_lock_order()
+{
+	for (const fake::call &each :
+	     fake::calls_to({ "down", "down_timeout", "mutex_lock", "schedule",
+			      "schedule_timeout", "usleep_range", "yield" })) {
+		EXPECT_FALSE(each.at.has_taken(&_zorvaMutexDbg.lock))
+			<< each.text;
+		EXPECT_FALSE(each.at.has_taken(&_zorvaSemDbg.lock))
+			<< each.text;
+		EXPECT_FALSE(each.at.has_taken(&zorva_msgq_list_lock))
+			<< each.text;
+	}
+}
+
 void ServiceTest::TearDown()
 {
 	fake::on_call(nullptr);
+	expect_lock_order();
 	if (_zorvaMutexDbg.initialised) {
 		EXPECT_EQ(zk_sema_count(&_zorvaMutexDbg.lock), 1u);
 	}

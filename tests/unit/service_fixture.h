@@ -65,6 +65,8 @@ protected:
 
 	/* The reports since the last look, as all_reports() has them. */
 	std::string new_reports();
+	/* The same without those of the allocator, whose lines vary. */
+	std::string own_reports();
 
 	/*
 	 * Calls a function that allocates, with each of its allocations failing
@@ -73,7 +75,7 @@ protected:
 	static unsigned int
 	fail_each_allocation(const std::function<void(unsigned int nth)> &call);
 
-	/* Also that no registry is left locked. */
+	/* Also that locks were taken in order, and no registry is left locked. */
 	void TearDown() override;
 
 private:

@@ -355,6 +355,18 @@ TEST_F(ThreadPriority, ThatCannotBeSetIsReportedAndTheThreadRuns)
 	EXPECT_EQ(arguments.size(), 1u);
 }
 
+TEST_F(ThreadPriority, CannotBeSetWhateverResultIsNotZero)
+{
+	fake::refuse_scheduler(1);
+
+	create("worker", 30, run_body);
+
+	EXPECT_EQ(new_reports().find(
+			  "1 zorva_thread.cpp _zorva_thread_wrapper: "
+			  "Set thread worker scheduler failed.\n"),
+		  0u);
+}
+
 /* Exit. */
 
 TEST_F(TrackedThread, EndsWithCode0WhenItsEntryReturns)

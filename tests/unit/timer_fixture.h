@@ -152,19 +152,6 @@ protected:
 		       "\n";
 	}
 
-	/* Reports without those of the allocator. */
-	std::string own_reports()
-	{
-		std::string text = new_reports();
-		size_t at;
-
-		while ((at = text.find("1 zorva_mem.cpp zorva_malloc_track: "
-				       "Memory allocation failed")) !=
-		       std::string::npos)
-			text.erase(at, text.find('\n', at) - at + 1);
-		return text;
-	}
-
 	void TearDown() override
 	{
 		for (const auto *block = _pZorvaMallocMemList; block;

@@ -68,6 +68,12 @@ void record(const std::string &text, const void *object = nullptr);
 /* Fails the test and ends the process: there is no way to go on. */
 [[noreturn]] void fatal(const std::string &what);
 
+/* Tasks. A new one is blocked; one that ends has one reference less. */
+struct task_struct *make_task(const std::string &comm, bool is_kthread);
+void put_task(struct task_struct *task);
+struct task_struct *look_up(pid_t pid);
+void set_comm(struct task_struct *task, const std::string &comm);
+
 struct task_struct *running();
 /* Switches to another task, if the state says that this one is blocked. */
 void switch_tasks(const char *caller);
