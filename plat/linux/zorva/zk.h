@@ -37,6 +37,13 @@
 				: (alignment)) unsigned char storage[size];    \
 	}
 
+/* Arguments on the stack, even where all others go in registers. */
+#ifdef __i386__
+#define asmlinkage __attribute__((regparm(0)))
+#else
+#define asmlinkage
+#endif
+
 extern "C" {
 
 using gfp_t = unsigned int;
@@ -122,9 +129,10 @@ int(strcmp)(const char *a, const char *b);
 int zk_iscntrl(int c);
 
 /* The kernel log. */
-int(printk)(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-int(vprintk)(const char *fmt, va_list args);
-void(dump_stack)(void);
+asmlinkage int(printk)(const char *fmt, ...)
+	__attribute__((format(printf, 1, 2)));
+asmlinkage int(vprintk)(const char *fmt, va_list args);
+asmlinkage void(dump_stack)(void);
 
 /* The heap. */
 void *(__kmalloc)(size_t size, gfp_t flags);
@@ -244,7 +252,7 @@ void(finish_wait)(struct wait_queue_head *queue,
 		  struct wait_queue_entry *entry);
 void(__wake_up)(struct wait_queue_head *queue, unsigned int mode, int count,
 		void *key);
-void(schedule)(void);
+asmlinkage void(schedule)(void);
 signed long(schedule_timeout)(signed long timeout);
 void(yield)(void);
 void(usleep_range)(unsigned long min, unsigned long max);
