@@ -18,7 +18,7 @@ suite debug 14
 suite mem 32
 suite mem_fault 21
 suite mem_context 4
-suite mem_report 27
+suite mem_report 28
 suite lib 15
 suite time 10
 program proc_entries 9

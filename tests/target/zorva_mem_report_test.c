@@ -7,6 +7,8 @@
 #include <linux/slab.h>
 #include <linux/string.h>
 
+#include <asm/addrspace.h>
+
 #include "zorva_test.h"
 
 /* Each of these has one test to itself, which sees its first block. */
@@ -286,6 +288,48 @@ static void a_wrong_start_has_a_line_of_its_own(struct kunit *test)
 	release(block + 1);
 }
 
+/*
+ * Gives a torn block a size with which its line shows the word at an address,
+ * which must lie as far from a multiple of 16 as the block does; and looks for
+ * a word of 0.
+ */
+static void expect_nothing_at(struct kunit *test, struct zt_block *block,
+			      u32 address)
+{
+	const u32 size = (address - (u32)(block + 1)) / 4;
+	const u32 start = block->start_magic;
+	const u32 kept = block->size;
+
+	KUNIT_EXPECT_EQ(test, (u32)(block + 1) + size * 4, address);
+	WRITE_ONCE(block->size, size);
+	WRITE_ONCE(block->start_magic, 0u);
+	EXPECT_DETAIL(test,
+		      "%s<memory corruption 0x%px invalid end 0x00000000 (expected 0xbbbbbbbb) (owner.c, 77)>\n\n",
+		      component(test, LISTED), block);
+	WRITE_ONCE(block->start_magic, start);
+	WRITE_ONCE(block->size, kept);
+}
+
+static void a_damaged_size_leads_nowhere(struct kunit *test)
+{
+	struct zt_block *block = zt_block_of(allocate(test, LISTED, TORN_SIZE));
+	u32 *user = (u32 *)(block + 1);
+	const u32 low = (u32)user & 15;
+
+	/* In user space, beyond memory in KSEG0, in KSEG1 and in KSEG2. */
+	expect_nothing_at(test, block, 0x00001000 + low);
+	expect_nothing_at(test, block, 0x8fff0000 + low);
+	expect_nothing_at(test, block, 0xafff0000 + low);
+	expect_nothing_at(test, block, 0xdfff0000 + low);
+
+	/* Uncached, the block itself: no device, but it might be one. */
+	user[0] = 0x1234ABCD;
+	expect_nothing_at(test, block, CKSEG1ADDR(user));
+
+	ZT_EXPECT_NO_REPORTS(test);
+	release(user);
+}
+
 static void a_torn_block_shows_its_line_without_a_sign(struct kunit *test)
 {
 	struct zt_block *block = zt_block_of(
@@ -530,6 +574,7 @@ static struct kunit_case cases[] = {
 	KUNIT_CASE(the_detail_shows_14_characters_and_a_signed_line),
 	KUNIT_CASE(a_torn_guard_has_a_line_of_its_own),
 	KUNIT_CASE(a_wrong_start_has_a_line_of_its_own),
+	KUNIT_CASE(a_damaged_size_leads_nowhere),
 	KUNIT_CASE(a_torn_block_shows_its_line_without_a_sign),
 	KUNIT_CASE(whole_and_torn_blocks_stand_side_by_side),
 	KUNIT_CASE(a_block_not_in_use_is_not_listed),

@@ -58,9 +58,18 @@ u32 zk_peek(const void *address)
 	u32 word;
 
 #if defined(CONFIG_MIPS) && defined(CONFIG_32BIT)
-	/* No page faults here; beyond all memory a bus error, survived so. */
-	if (KSEGX(address) == KSEG0)
+	/*
+	 * Beyond memory, and uncached, there are devices: a read may change
+	 * their registers. In memory a bus error is still survived, but only
+	 * so: the other way is for page faults, of which there are none here.
+	 */
+	if (KSEGX(address) == KSEG1)
+		return 0;
+	if (KSEGX(address) == KSEG0) {
+		if (!pfn_valid(PFN_DOWN(CPHYSADDR((unsigned long)address))))
+			return 0;
 		return get_dbe(word, (u32 *)address) ? 0 : word;
+	}
 #endif
 	if (copy_from_kernel_nofault(&word, address, sizeof(word)))
 		return 0;

@@ -29,6 +29,11 @@
 #define likely(x) __builtin_expect(!!(x), 1)
 #define unlikely(x) __builtin_expect(!!(x), 0)
 
+/* The record around one of its members, which may lie at any address. */
+#define container_of(pointer, type, member)                                    \
+	(reinterpret_cast<type *>(reinterpret_cast<char *>(pointer) -          \
+				  __builtin_offsetof(type, member)))
+
 /* Tracked blocks are aligned to a word; nothing in them may expect more. */
 #define ZK_OPAQUE(name, size, alignment)                                       \
 	struct name {                                                          \
@@ -68,7 +73,10 @@ inline constexpr int SCHED_RR = 2;
 inline constexpr int TASK_INTERRUPTIBLE = ZK_TASK_INTERRUPTIBLE;
 inline constexpr clockid_t CLOCK_MONOTONIC = 1;
 
-/* Takes and gives away the log's continuation, as KERN_CONT does. */
+/* The action that lets a signal through to a kernel thread. */
+#define SIG_KTHREAD (reinterpret_cast<__sighandler_t>(2))
+
+/* The prefix of a line that continues the log's last one. */
 #define KERN_CONT "\001c"
 
 enum tk_offsets {
@@ -144,7 +152,7 @@ void(kvfree)(const void *block);
 
 /*
  * Reads a word that may lie in nobody's memory: unwatched by the sanitizers,
- * and 0 where nothing can be read.
+ * and 0 where nothing can be read, or nothing but devices.
  */
 u32 zk_peek(const void *address);
 
