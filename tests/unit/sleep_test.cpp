@@ -38,12 +38,8 @@ protected:
 			"stranger",
 			[function = std::move(function)] {
 				kernel_sigaction(SIGKILL, nullptr);
-				kernel_sigaction(SIGTERM,
-						 reinterpret_cast<__sighandler_t>(
-							 2));
-				kernel_sigaction(10,
-						 reinterpret_cast<__sighandler_t>(
-							 2));
+				kernel_sigaction(SIGTERM, SIG_KTHREAD);
+				kernel_sigaction(10, SIG_KTHREAD);
 				function();
 			},
 			kind);
@@ -324,6 +320,26 @@ TEST_F(MicrosecondSleep, ReturnsSilentlyFromATaskOfUserSpaceThatIsTold)
 	EXPECT_EQ(all_reports(), "");
 }
 
+/* What ends a process that has no handler is SIGKILL as well. */
+TEST_F(MicrosecondSleep, ReturnsFromAProcessThatSigtermEnds)
+{
+	bool returned = false;
+	const pid_t pid = fake::start_task(
+		"shell",
+		[&] {
+			zorva_time_usleep(1000000);
+			returned = true;
+		},
+		fake::kind::user_space);
+	fake::run_others();
+
+	fake::send_signal(pid, SIGTERM);
+	fake::run_others();
+
+	EXPECT_TRUE(returned);
+	EXPECT_EQ(fake::now(), 0);
+}
+
 /* Sleeps of seconds. */
 
 TEST_F(SecondSleep, IsAHundredTicksASecond)
@@ -488,26 +504,6 @@ TEST_F(SecondSleep, TriesToEndATaskOfUserSpaceToo)
 			  0u);
 	}
 	EXPECT_EQ(reports().size(), 2u);
-}
-
-TEST_F(SecondSleep, LooksForSigtermInBothSets)
-{
-	/* One that ends a task without a handler is SIGKILL as well. */
-	bool returned = false;
-	const pid_t pid = fake::start_task(
-		"shell",
-		[&] {
-			zorva_time_usleep(1000000);
-			returned = true;
-		},
-		fake::kind::user_space);
-	fake::run_others();
-
-	fake::send_signal(pid, SIGTERM);
-	fake::run_others();
-
-	EXPECT_TRUE(returned);
-	EXPECT_EQ(fake::now(), 0);
 }
 
 TEST_F(SecondSleep, IsComplainedOfBeyondWhatTheKernelTakes)

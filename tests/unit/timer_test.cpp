@@ -792,6 +792,24 @@ TEST_F(TickTimer, IsArmedAnewByItsCallbackWhenItIsPending)
 	EXPECT_EQ(expiries[1].when, 50 * msec);
 }
 
+/* The same; then it is stopped, but counts as not running any more. */
+TEST_F(TickTimer, ExpiresThoughStoppedWhenTheExpiryUnderWayHasMarkedIt)
+{
+	const u32 id = make();
+	EXPECT_EQ(refresh(id, 100), ok);
+
+	_zorva_timer_wrapper(&newest()->timer);
+	EXPECT_EQ(state(newest()), "0 0 0 ");
+	fake::forget_calls();
+	EXPECT_EQ(stop(id), ok);
+
+	EXPECT_EQ(fake::call_texts({ "del_timer" }), texts());
+	EXPECT_TRUE(fake::is_pending(&newest()->timer));
+	fake::sleep_for(sec);
+	ASSERT_EQ(expiries.size(), 2u);
+	EXPECT_EQ(expiries[1].when, 100 * msec);
+}
+
 TEST_F(TickTimer, HasNoRecordWhenTheKernelHasNoTimer)
 {
 	_zorva_timer_wrapper(reinterpret_cast<timer_list *>(

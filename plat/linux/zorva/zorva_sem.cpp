@@ -12,17 +12,15 @@
 #include "zorva_atomic.h"
 #include "zorva_clock.h"
 #include "zorva_guard.h"
+#include "zorva_thread.h"
 #include "zorva_util.h"
 #include "zorva/mem.h"
-#include "zorva/thread.h"
 
 constinit lock_registry<zorva_mutex> _zorvaMutexDbg = {};
 constinit lock_registry<zorva_sem> _zorvaSemDbg = {};
 
 namespace
 {
-
-constexpr u32 exit_code_killed = 1;
 
 constinit lock_class_key mutex_key = {};
 
@@ -91,9 +89,8 @@ add_entry(Record *record, u32 action, const char *file, u32 line)
 					  const char *file, u32 line)
 {
 	if (unlikely(!_zorvaMutexDbg.initialised)) {
-		zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE,
-				  "zorva_mutex_history_record", __LINE__,
-				  "invalid mutex debug lock.");
+		ZORVA_ERROR_IN("zorva_mutex_history_record",
+			       "invalid mutex debug lock.");
 		return;
 	}
 
@@ -109,9 +106,8 @@ add_entry(Record *record, u32 action, const char *file, u32 line)
 record(zorva_sem *sem, u32 timeout, u32 action, const char *file, u32 line)
 {
 	if (unlikely(!_zorvaSemDbg.initialised)) {
-		zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE,
-				  "zorva_sem_history_record", __LINE__,
-				  "invalid sem debug lock.");
+		ZORVA_ERROR_IN("zorva_sem_history_record",
+			       "invalid sem debug lock.");
 		return;
 	}
 

@@ -6,6 +6,9 @@
 #include "zk.h"
 #include "zorva/thread.h"
 
+/* The exit code of a thread that was told to end. */
+inline constexpr s32 exit_code_killed = 1;
+
 extern "C" {
 
 /* What a new thread runs; its argument is the thread's record. */

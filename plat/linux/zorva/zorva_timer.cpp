@@ -19,24 +19,11 @@ constinit sys_sll_t *_pZorvaTimerList = nullptr;
 constinit u32 _timerIndex = 0;
 constinit sys_sll_t *_pZorvaHrtTimerList = nullptr;
 constinit u32 _hrtTimerIndex = 0;
+constinit tick_timer *_zorvaTimerById[timer_limit] = {};
+constinit hrt_timer *_zorvaHrtTimerById[hrt_timer_limit] = {};
 
 namespace
 {
-
-/* Tests an argument on behalf of an exported function. */
-#define CHECK_FOR(func, condition, result)                                     \
-	do {                                                                   \
-		if (unlikely(!(condition))) {                                  \
-			zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, func, \
-					  __LINE__, "invalid parameter");      \
-			return result;                                         \
-		}                                                              \
-	} while (0)
-
-/* Reports an error on behalf of an exported function. */
-#define ERROR_FOR(func, ...)                                                   \
-	zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, func, __LINE__,       \
-			  __VA_ARGS__)
 
 /*
  * Only a kernel that checks locks wants a class for timers; it warns and then
@@ -50,7 +37,7 @@ constexpr lock_class_key *class_key = has_classes ? &timer_key : nullptr;
 struct tick_kind {
 	using record = tick_timer;
 
-	static constexpr u32 limit = 1024;
+	static constexpr u32 limit = timer_limit;
 	/* Without memory for its record, a timer leaves no node. */
 	static constexpr bool keeps_empty_node = false;
 	static constexpr auto stop = zorva_timer_stop_track;
@@ -59,7 +46,7 @@ struct tick_kind {
 	static constexpr const char *start_failed =
 		"Start timer failed. (%s,%u)";
 
-	static constinit inline record *by_id[limit] = {};
+	static constexpr auto &by_id = _zorvaTimerById;
 
 	static sys_sll_t *&list()
 	{
@@ -88,7 +75,7 @@ struct tick_kind {
 struct hrt_kind {
 	using record = hrt_timer;
 
-	static constexpr u32 limit = 64;
+	static constexpr u32 limit = hrt_timer_limit;
 	/* Without memory for its record, a timer leaves an empty node. */
 	static constexpr bool keeps_empty_node = true;
 	static constexpr auto stop = zorva_hrt_timer_stop_track;
@@ -98,7 +85,7 @@ struct hrt_kind {
 	static constexpr const char *start_failed =
 		"Start HRT timer failed. (%s,%u)";
 
-	static constinit inline record *by_id[limit] = {};
+	static constexpr auto &by_id = _zorvaHrtTimerById;
 
 	static sys_sll_t *&list()
 	{
@@ -206,13 +193,13 @@ u32 add(const char *func, u32 compId, u32 *timerId, timer_callback callback,
 	if (!list) {
 		list = sys_sll_create(ZORVA_COMPONENT_SELF);
 		if (!list) {
-			ERROR_FOR(func, "Create linked-list failed.");
+			ZORVA_ERROR_IN(func, "Create linked-list failed.");
 			return ZORVA_RC_FAIL;
 		}
 	}
 	if (list->count >= Kind::limit) {
-		ERROR_FOR(func, "Maximum timer(=%d) has been reached",
-			  Kind::limit);
+		ZORVA_ERROR_IN(func, "Maximum timer(=%d) has been reached",
+			       Kind::limit);
 		return ZORVA_RC_FAIL;
 	}
 
@@ -234,7 +221,7 @@ u32 add(const char *func, u32 compId, u32 *timerId, timer_callback callback,
 			*timerId = timer->timerId;
 			return ZORVA_RC_OK;
 		}
-		ERROR_FOR(func, "Add timer node failed.");
+		ZORVA_ERROR_IN(func, "Add timer node failed.");
 		if (timer)
 			zorva_free(ZORVA_COMPONENT_SELF, timer);
 	}
@@ -247,11 +234,11 @@ template <class Kind>
 u32 init(const char *func, u32 compId, u32 *timerId, timer_callback callback,
 	 u32 data, const char *file)
 {
-	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, callback, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, callback, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
 
 	const irq_spin_guard lock(_zorvaTimerLock);
 
@@ -263,12 +250,12 @@ template <class Kind>
 					const u32 *timerId, u32 msecs,
 					const char *file, u32 line)
 {
-	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, msecs != 0, ZORVA_RC_BAD_VALUE);
-	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, Kind::list(), ZORVA_RC_FAIL);
+	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, msecs != 0, ZORVA_RC_BAD_VALUE);
+	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, Kind::list(), ZORVA_RC_FAIL);
 
 	const irq_spin_guard lock(_zorvaTimerLock);
 	auto *const timer = find<Kind>(*timerId);
@@ -289,11 +276,11 @@ template <class Kind>
 [[gnu::always_inline]] inline u32 stop(const char *func, u32 compId,
 				       const u32 *timerId, const char *file)
 {
-	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, Kind::list(), ZORVA_RC_FAIL);
+	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, Kind::list(), ZORVA_RC_FAIL);
 
 	const irq_spin_guard lock(_zorvaTimerLock);
 	auto *const timer = find<Kind>(*timerId);
@@ -311,21 +298,21 @@ template <class Kind>
 u32 refresh(const char *func, u32 compId, const u32 *timerId, u32 msecs,
 	    const char *file, u32 line)
 {
-	CHECK_FOR(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	CHECK_FOR(func, timerId, ZORVA_RC_NULL_ARG);
-	CHECK_FOR(func, msecs != 0, ZORVA_RC_BAD_VALUE);
-	CHECK_FOR(func, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(func, msecs != 0, ZORVA_RC_BAD_VALUE);
+	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
 
 	u32 error = Kind::stop(compId, timerId, file, line);
 
 	if (error) {
-		ERROR_FOR(func, Kind::stop_failed, file, line);
+		ZORVA_ERROR_IN(func, Kind::stop_failed, file, line);
 		return error;
 	}
 	error = Kind::start(compId, timerId, msecs, file, line);
 	if (error) {
-		ERROR_FOR(func, Kind::start_failed, file, line);
+		ZORVA_ERROR_IN(func, Kind::start_failed, file, line);
 		return error;
 	}
 	return ZORVA_RC_OK;
@@ -370,14 +357,6 @@ void dump(struct seq_file *seq)
 		else
 			zorva_proc_printf(seq, "--\n");
 	}
-}
-
-/* The record around a timer of the kernel. */
-template <class Record, class Timer>
-Record *record_of(Timer *timer)
-{
-	return reinterpret_cast<Record *>(reinterpret_cast<char *>(timer) -
-					  __builtin_offsetof(Record, timer));
 }
 
 } // namespace
@@ -433,7 +412,7 @@ u32 zorva_hrt_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
 
 void _zorva_timer_wrapper(struct timer_list *timer)
 {
-	auto *const record = record_of<tick_timer>(timer);
+	auto *const record = container_of(timer, tick_timer, timer);
 
 	if (!record)
 		return;
@@ -442,7 +421,7 @@ void _zorva_timer_wrapper(struct timer_list *timer)
 
 enum hrtimer_restart _zorva_hrt_timer_wrapper(struct hrtimer *timer)
 {
-	auto *const record = record_of<hrt_timer>(timer);
+	auto *const record = container_of(timer, hrt_timer, timer);
 
 	if (!record || !record->callback)
 		return HRTIMER_NORESTART;

@@ -52,6 +52,10 @@ static_assert(sizeof(hrt_timer) % ZK_ALIGNOF_HRTIMER == 0);
 static_assert(ZK_SIZEOF_TIMER_LIST != 20 || sizeof(tick_timer) == 68);
 static_assert(ZK_SIZEOF_HRTIMER != 48 || sizeof(hrt_timer) == 104);
 
+/* As many can be made. */
+inline constexpr u32 timer_limit = 1024;
+inline constexpr u32 hrt_timer_limit = 64;
+
 extern "C" {
 
 /* All are guarded by _zorvaTimerLock; the lists come with the first timer. */
@@ -59,6 +63,10 @@ extern sys_sll_t *_pZorvaTimerList;
 extern u32 _timerIndex;
 extern sys_sll_t *_pZorvaHrtTimerList;
 extern u32 _hrtTimerIndex;
+
+/* The timers by (ID - 1) modulo the limit: the one that was made last. */
+extern tick_timer *_zorvaTimerById[timer_limit];
+extern hrt_timer *_zorvaHrtTimerById[hrt_timer_limit];
 
 /* What the kernel calls when a timer expires. */
 void _zorva_timer_wrapper(struct timer_list *timer);

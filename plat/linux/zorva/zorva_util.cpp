@@ -9,10 +9,10 @@
  */
 #include "zorva_util.h"
 #include "zorva_clock.h"
+#include "zorva_thread.h"
 #include "zorva/atomic.h"
 #include "zorva/mem.h"
 #include "zorva/netevent.h"
-#include "zorva/thread.h"
 
 constinit sys_dbg_pr_fn_t _sys_dbg_pr_fn = nullptr;
 
@@ -24,7 +24,6 @@ constexpr size_t report_size = 257;
 constexpr u32 ticks_per_sec = 100;
 constexpr u32 usecs_per_tick = 10000;
 constexpr u32 longest_udelay = 1000;
-constexpr u32 exit_code_killed = 1;
 
 constinit lock_class_key sleep_key = {};
 

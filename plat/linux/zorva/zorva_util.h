@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0 */
-/* The path of every report, the argument checks, and the module's clock. */
+/* The path of every report, and the argument checks. */
 #ifndef ZORVA_UTIL_H
 #define ZORVA_UTIL_H
 
@@ -21,10 +21,14 @@ void zorva_debug_print(u32 level, const char *file, const char *func, s32 line,
 extern sys_dbg_pr_fn_t _sys_dbg_pr_fn;
 }
 
-/* Reports from where it stands: the file, the function and the line. */
-#define ZORVA_ERROR(...)                                                       \
-	zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, __func__, __LINE__,   \
+/*
+ * Reports from where it stands: the file, the function and the line. Code that
+ * functions share reports in the name of the one that it works for.
+ */
+#define ZORVA_ERROR_IN(func, ...)                                              \
+	zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, func, __LINE__,       \
 			  __VA_ARGS__)
+#define ZORVA_ERROR(...) ZORVA_ERROR_IN(__func__, __VA_ARGS__)
 #define ZORVA_INFO(...)                                                        \
 	zorva_debug_print(ZORVA_LEVEL_INFO, ZORVA_FILE, __func__, __LINE__,    \
 			  __VA_ARGS__)
@@ -34,13 +38,15 @@ extern sys_dbg_pr_fn_t _sys_dbg_pr_fn;
  * argument when the test fails. Each stands on a line of its own, so the line
  * in the report tells which argument was wrong.
  */
-#define ZORVA_CHECK(condition, result)                                         \
+#define ZORVA_CHECK_IN(func, condition, result)                                \
 	do {                                                                   \
 		if (unlikely(!(condition))) {                                  \
-			ZORVA_ERROR("invalid parameter");                      \
+			ZORVA_ERROR_IN(func, "invalid parameter");             \
 			return result;                                         \
 		}                                                              \
 	} while (0)
+#define ZORVA_CHECK(condition, result)                                         \
+	ZORVA_CHECK_IN(__func__, condition, result)
 
 /* True for the IDs that may own something: 1 to 56. */
 constexpr bool valid_owner(u32 compId)
