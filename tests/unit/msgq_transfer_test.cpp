@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Message queues: sending and receiving. */
 #include "msgq_fixture.h"
+#include "zorva/thread.h"
 
 namespace
 {
@@ -8,6 +9,40 @@ namespace
 class MessageSend : public MessageQueue {};
 
 class MessageReceive : public MessageQueue {};
+
+std::function<void()> body;
+
+void run_body(void *)
+{
+	body();
+}
+
+/* A tracked thread that is told to end inside a queue's call. */
+class KilledPeer : public MessageQueue {
+protected:
+	/* Kills it once it waits, and lets more than its time limit pass. */
+	void kill_in(std::function<void()> call)
+	{
+		bool returned = false;
+
+		body = [&] {
+			call();
+			returned = true;
+		};
+		const pid_t pid = zorva_thread_create_track(owner, "victim", 0,
+							    0, run_body,
+							    nullptr, "caller.c",
+							    7);
+		fake::run_others();
+		EXPECT_EQ(fake::blocked_in(pid), "down_timeout");
+		zorva_thread_destroy_track(owner, pid, "caller.c", 9);
+		fake::sleep_for(sec);
+
+		EXPECT_EQ(fake::exit_code_of(pid), 1);
+		EXPECT_FALSE(returned);
+		new_reports();
+	}
+};
 
 } // namespace
 
@@ -101,6 +136,41 @@ TEST_F(MessageSend, WrapsAtTheEndOfTheRing)
 		EXPECT_EQ(send(queue, "ab"), ok);
 		EXPECT_EQ(state(queue)[1], offset);
 		EXPECT_EQ(receive(queue, 0, 2), "ab");
+		EXPECT_EQ(state(queue)[0], offset);
+	}
+
+	destroy(queue);
+}
+
+/* 3 slots of 0x55555556 bytes are 2 bytes, which all messages share. */
+TEST_F(MessageSend, StaysInARingThatIsSmallerThanASlot)
+{
+	zorva_msg_queue *const queue = create(3, 0x55555556);
+
+	EXPECT_EQ(queue->ring.bufferSize, 2u);
+	for (const char *msg : { "ab", "cd", "ef" }) {
+		EXPECT_EQ(send(queue, msg), ok);
+		EXPECT_EQ(state(queue)[1], "0");
+	}
+	for (int i = 0; i < 3; ++i) {
+		EXPECT_EQ(receive(queue, 0, 2), "ef");
+		EXPECT_EQ(state(queue)[0], "0");
+	}
+
+	destroy(queue);
+}
+
+/* A ring of 4 bytes, in which an offset grows by 2^32 - 3 in 32 bits. */
+TEST_F(MessageSend, ComputesItsOffsetsIn32Bits)
+{
+	zorva_msg_queue *const queue = create(0x55555554, 0xFFFFFFFD);
+	const char *const offsets[] = { "1", "2", "3", "0", "1" };
+
+	EXPECT_EQ(queue->ring.bufferSize, 4u);
+	for (const char *offset : offsets) {
+		EXPECT_EQ(send(queue, "a"), ok);
+		EXPECT_EQ(state(queue)[1], offset);
+		EXPECT_EQ(receive(queue, 0, 1), "a");
 		EXPECT_EQ(state(queue)[0], offset);
 	}
 
@@ -513,6 +583,54 @@ TEST_F(MessageReceive, FailsWhenTheLockOrASlotCannotBeGiven)
 	EXPECT_EQ(state(queue), texts({ "0", "0", "0", "2" }));
 
 	queue->txSem = tx;
+	destroy(queue);
+}
+
+/* Of threads that are told to end. */
+
+TEST_F(KilledPeer, GivesASlotBackThatItNeverHad)
+{
+	zorva_msg_queue *const queue = create(2, 1, "frames");
+	send(queue, "a");
+	send(queue, "b");
+
+	kill_in([&] {
+		send(queue, "n", 100);
+	});
+	EXPECT_EQ(count(queue->txSem), 1u);
+	EXPECT_EQ(send(queue, "c"), ok);
+
+	/* The oldest message is overwritten. */
+	EXPECT_EQ(file_text("zorva.msgq"), "Queue Name   : frames\n"
+					   "Component ID : 11 (PORT)\n"
+					   "Msg Size     : 1 bytes\n"
+					   "Max Depth    : 2\n"
+					   "Curr Depth   : 3\n"
+					   "Max Seen     : 3\n\n");
+	for (const char *msg : { "c", "b", "c" })
+		EXPECT_EQ(receive(queue, 0, 1), msg);
+	EXPECT_EQ(receive(queue, 0, 1), "0xffffffff");
+	destroy(queue);
+}
+
+TEST_F(KilledPeer, LeavesAMessageThatNobodySent)
+{
+	zorva_msg_queue *const queue = create(2, 1);
+	for (const char *msg : { "a", "b" }) {
+		send(queue, msg);
+		receive(queue, 0, 1);
+	}
+
+	kill_in([&] {
+		receive(queue, 100, 1);
+	});
+	EXPECT_EQ(count(queue->rxSem), 1u);
+
+	/* What the slot held before. */
+	EXPECT_EQ(receive(queue, 0, 1), "a");
+	EXPECT_EQ(queue->ring.currDepth, -1);
+	EXPECT_EQ(zorva_msg_queue_depth(owner, queue), -1);
+	EXPECT_EQ(receive(queue, 0, 1), "0xffffffff");
 	destroy(queue);
 }
 

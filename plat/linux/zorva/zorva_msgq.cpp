@@ -24,16 +24,12 @@ constexpr bool is_logged(u32 error)
 	return static_cast<s32>(error) < caller_errors;
 }
 
+static_assert(is_logged(0xFFFFFFFF) && is_logged(0x7E00001F) &&
+	      !is_logged(0x7E000020));
+
 constexpr u32 smaller(u32 a, u32 b)
 {
 	return a < b ? a : b;
-}
-
-zorva_msg_queue *queue_of(void *link)
-{
-	return reinterpret_cast<zorva_msg_queue *>(
-		static_cast<char *>(link) -
-		__builtin_offsetof(zorva_msg_queue, link));
 }
 
 /*
@@ -76,11 +72,14 @@ void free_queue(u32 compId, zorva_msg_queue *queue)
 	zorva_free(compId, queue);
 }
 
-/* Moves an offset one slot on. */
+/*
+ * Moves an offset one slot on. The ring may be smaller than a slot, when its
+ * size did not fit 32 bits; divided is only where it ends.
+ */
 u32 next_slot(const msg_ring &ring, u32 offset)
 {
 	offset += ring.msgSize;
-	return offset < ring.bufferSize ? offset : offset - ring.bufferSize;
+	return offset < ring.bufferSize ? offset : offset % ring.bufferSize;
 }
 
 void put_message(msg_ring &ring, const void *msg, u32 length)
@@ -315,7 +314,8 @@ int zorva_msg_queue_dump(struct seq_file *seq)
 
 	for (void *link = zk_list_next_unaligned(&zorva_msgq_list);
 	     link != &zorva_msgq_list; link = zk_list_next_unaligned(link)) {
-		const zorva_msg_queue *const queue = queue_of(link);
+		const zorva_msg_queue *const queue =
+			container_of(link, zorva_msg_queue, link);
 		const msg_ring &ring = ring_of(queue);
 
 		zorva_proc_printf(seq, "Queue Name   : %s\n", queue->name);
