@@ -410,16 +410,48 @@ TEST_F(TrackedThread, EndsItselfWithACodeOfItsOwn)
 	reports();
 }
 
-TEST_F(TrackedThread, EndsForAnyComponent)
+TEST_F(TrackedThread, MayBelongToTheLastComponent)
 {
 	body = [] {
-		zorva_thread_exit_track(other, 0, "body.c", 3);
+		zorva_thread_exit_track(56, 3, "body.c", 3);
 	};
 
-	create("worker", nice_5, run_body);
+	const pid_t pid = zorva_thread_create_track(56, "worker", 0, nice_5,
+						    run_body, nullptr,
+						    "caller.c", 7);
 
-	EXPECT_EQ(_zorvaMallocMemUsage[owner].currUsage, 0u);
-	EXPECT_EQ(_zorvaMallocMemUsage[owner].freeCount, 1u);
+	EXPECT_EQ(fake::exit_code_of(pid), 3);
+	EXPECT_EQ(_zorvaMallocMemUsage[56].freeCount, 1u);
+	EXPECT_EQ(tracked_blocks(), 0u);
+	reports();
+}
+
+/* Whose name its record is freed in shows when its guard is torn. */
+TEST_F(TrackedThread, EndsForAnyComponent)
+{
+	for (bool waits : { false, true }) {
+		body = [&] {
+			if (waits)
+				down(&gate);
+			*guard_of(_pZorvaMallocMemList) = 0;
+			zorva_thread_exit_track(other, 0, "body.c", 3);
+		};
+
+		create("worker", nice_5, run_body);
+		if (waits)
+			up(&gate);
+		fake::run_others();
+
+		EXPECT_EQ(last_report().find(
+				  "1 zorva_mem.cpp zorva_free_track: Memory "
+				  "corruption: guard overwritten (VLAN, "
+				  "zorva_thread.cpp:"),
+			  0u)
+			<< last_report();
+		EXPECT_EQ(_zorvaMallocMemUsage[owner].currUsage, 0u);
+		EXPECT_EQ(_zorvaMallocMemUsage[owner].freeCount, waits + 1u);
+	}
+	EXPECT_EQ(fake::log_text(), "<stack>\n<stack>\n");
 	reports();
 }
 

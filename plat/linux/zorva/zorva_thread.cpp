@@ -35,19 +35,13 @@ struct thread_record {
 	u32 users;
 };
 
-thread_record *record_of(list_head *link)
-{
-	return reinterpret_cast<thread_record *>(
-		reinterpret_cast<char *>(link) -
-		__builtin_offsetof(thread_record, link));
-}
-
 /* Finds the newest listed thread with a PID; the lock is held. */
 thread_record *find(u32 pid)
 {
 	for (list_head *link = zk_list_next(&kthread_list);
 	     link != &kthread_list; link = zk_list_next(link)) {
-		thread_record *const record = record_of(link);
+		thread_record *const record =
+			container_of(link, thread_record, link);
 
 		if (static_cast<u32>(zk_task_pid_nr(record->task)) == pid)
 			return record;
@@ -56,7 +50,7 @@ thread_record *find(u32 pid)
 }
 
 /* Gives up one user's part of a record. */
-void release(u32 compId, thread_record *record)
+void release(thread_record *record)
 {
 	{
 		const irq_spin_guard lock(_zorvaThreadLock);
@@ -65,10 +59,10 @@ void release(u32 compId, thread_record *record)
 			return;
 	}
 	zk_put_task_struct(record->task);
-	zorva_free(compId, record);
+	zorva_free(record->component, record);
 }
 
-/* 0 is the highest nice value's opposite: -20; 255 becomes 19. */
+/* Priority 0 becomes nice -20, and 255 becomes 19. */
 constexpr s32 nice_of(s32 priority)
 {
 	return priority * 39 / 255 - 20;
@@ -85,8 +79,8 @@ int _zorva_thread_wrapper(void *argument)
 	struct task_struct *const self = zk_current();
 
 	/* Let both signals through to a kernel thread; SIGKILL stays fatal. */
-	kernel_sigaction(SIGKILL, reinterpret_cast<__sighandler_t>(2));
-	kernel_sigaction(SIGTERM, reinterpret_cast<__sighandler_t>(2));
+	kernel_sigaction(SIGKILL, SIG_KTHREAD);
+	kernel_sigaction(SIGTERM, SIG_KTHREAD);
 	kernel_sigaction(SIGKILL, nullptr);
 
 	/* Only this one value is meant to select real-time scheduling. */
@@ -141,7 +135,10 @@ u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
 	record->priority = priority;
 	record->users = 2;
 
-	/* Only null is meant to be a failure; an error pointer is not. */
+	/*
+	 * Only null is meant to be a failure. An error pointer is not, though
+	 * the kernel oopses when it is to wake that up.
+	 */
 	record->task = kthread_create_on_node(_zorva_thread_wrapper, record,
 					      any_node, "%s", record->name);
 	if (!record->task) {
@@ -155,7 +152,7 @@ u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
 	const u32 pid = zk_task_pid_nr(record->task);
 
 	ZORVA_INFO("Thread '%s' has been created", record->name);
-	release(compId, record);
+	release(record);
 	return pid;
 }
 
@@ -201,15 +198,18 @@ u32 zorva_thread_exit_track(u32 compId, s32 exitCode, const char *file,
 		const irq_spin_guard lock(_zorvaThreadLock);
 
 		record = find(zk_current_pid());
-		if (record)
+		if (record) {
 			zk_list_del(&record->link);
+			/* It is meant to be freed in the caller's name. */
+			record->component = compId;
+		}
 	}
 	if (!record) {
 		ZORVA_ERROR("cannot find target thread. (%s, %u)", file, line);
 		return ZORVA_RC_NOT_FOUND;
 	}
 	ZORVA_INFO("Thread '%s' exit", record->name);
-	release(compId, record);
+	release(record);
 	kill_pid(zk_task_pid(zk_current()), SIGKILL, 1);
 	zk_complete_and_exit(exitCode);
 }
@@ -220,7 +220,9 @@ int zorva_thread_dump(struct seq_file *seq)
 
 	for (list_head *link = zk_list_next(&kthread_list);
 	     link != &kthread_list; link = zk_list_next(link)) {
-		const thread_record *const record = record_of(link);
+		const thread_record *const record =
+			container_of(link, thread_record, link);
+		/* Never null: it is set before the record is listed. */
 		struct task_struct *const task = record->task;
 
 		zk_get_task_struct(task);
