@@ -502,6 +502,28 @@ TEST_F(DetailedReport, WithoutMemoryForACopyIsTheSamePrintedUnderTheLock)
 	zorva_free_track(owner, foreign, "caller.c", 8);
 }
 
+TEST_F(DetailedReport, WithoutMemoryForACopyShowsAWrongStart)
+{
+	char *const block = allocate(9);
+	header(block)->startMagic = 0;
+	fake::set_word(block + 4 * 12, 0xb);
+	fake::proc_file file("zorva/zorva.mem.detail");
+
+	fake::fail_allocation(1);
+	const std::string listed = file.read();
+
+	const char *counters[] = { "9", "9", "1", "0" };
+	EXPECT_EQ(listed, detail_head("0") + component("PORT", counters) +
+				  fake::format("<memory corruption 0x%px "
+					       "invalid end 0x0000000b "
+					       "(expected 0xbbbbbbbb) "
+					       "(caller.c, 7)>\n\n",
+					       header(block)));
+	EXPECT_EQ(fake::heap_calls().back().what, fake::heap_call::kvrefused);
+
+	leave(block);
+}
+
 TEST_F(CrowdedReport, HasRoomFor64BlocksThatCameMeanwhile)
 {
 	arrive(3);
@@ -541,6 +563,55 @@ TEST_F(CrowdedReport, IsPrintedUnderTheLockAfterThreeTries)
 
 	EXPECT_EQ(copies(fake::heap_call::kvallocated), 3u);
 	EXPECT_EQ(copies(fake::heap_call::kvfreed), 3u);
+	EXPECT_TRUE(fake::seq_prints().back().at.holds(&_mallocMemLck));
+}
+
+/* Accounts that were overwritten tell of no block at all. */
+TEST_F(CrowdedReport, CopiesNoMoreBlocksThanItHasRoomFor)
+{
+	arrive(64);
+	usage(owner).allocCount = 0;
+	EXPECT_EQ(blocks_shown(), 64u);
+	EXPECT_EQ(copies(fake::heap_call::kvallocated), 1u);
+	EXPECT_TRUE(fake::seq_prints().back().at.may_sleep());
+
+	arrive(1);
+	usage(owner).allocCount = 0;
+	EXPECT_EQ(blocks_shown(), 65u);
+	EXPECT_EQ(copies(fake::heap_call::kvallocated), 1u + 3u);
+	EXPECT_EQ(copies(fake::heap_call::kvfreed), 1u + 3u);
+	EXPECT_TRUE(fake::seq_prints().back().at.holds(&_mallocMemLck));
+}
+
+TEST_F(CrowdedReport, EndsTheCopyOfAListThatLeadsBack)
+{
+	unsigned int tries = 0;
+
+	arrive(3);
+	zorva_mem_block_hdr_t *const oldest = header(blocks.front());
+	zorva_mem_block_hdr_t *const newest = header(blocks.back());
+	fake::before_kvmalloc([&] {
+		oldest->next = ++tries < 3 ? newest : nullptr;
+		/* Neither does one without end of blocks not in use. */
+		for (void *block : blocks)
+			header(block)->inUse = tries != 2;
+	});
+
+	EXPECT_EQ(blocks_shown(), 3u);
+
+	EXPECT_EQ(copies(fake::heap_call::kvallocated), 3u);
+	EXPECT_TRUE(fake::seq_prints().back().at.may_sleep());
+}
+
+TEST_F(CrowdedReport, IsPrintedUnderTheLockWhenTheSizeOfACopyDoesNotFit)
+{
+	arrive(3);
+	usage(other).allocCount = 0x10000000;
+
+	EXPECT_EQ(blocks_shown(), 3u);
+
+	EXPECT_EQ(copies(fake::heap_call::kvallocated), 0u);
+	EXPECT_EQ(copies(fake::heap_call::kvrefused), 0u);
 	EXPECT_TRUE(fake::seq_prints().back().at.holds(&_mallocMemLck));
 }
 

@@ -42,6 +42,10 @@ inline char *user_area(block_header *block)
 	return reinterpret_cast<char *>(block + 1);
 }
 
+/*
+ * A damaged size makes the guard be looked for wherever it points, which is
+ * meant so.
+ */
 inline u32 *guard_of(block_header *block)
 {
 	return reinterpret_cast<u32 *>(user_area(block) + rounded(block->size));

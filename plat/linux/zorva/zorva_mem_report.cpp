@@ -20,13 +20,14 @@ namespace
 
 /* What the report shows of a block. */
 struct block_view {
-	block_header *block; /* only its address is of use; odd when torn */
+	block_header *block; /* only its address is of use */
 	u32 compId;
 	u32 size;
 	u32 line;
 	u32 allocTime;
 	u32 file[sizeof(block_header::file) / sizeof(u32)];
-	u32 end; /* of a torn block: the value shown */
+	bool torn; /* only written when it is */
+	u32 end;   /* of a torn block: the value shown */
 };
 
 /* All that a report shows, as it was at one moment. */
@@ -41,19 +42,6 @@ struct memory_view {
 constexpr u32 spare_blocks = 64;
 constexpr u32 copy_attempts = 3;
 
-constexpr uintptr_t torn_mark = 1;
-
-bool is_torn(const block_view &view)
-{
-	return reinterpret_cast<uintptr_t>(view.block) & torn_mark;
-}
-
-block_header *address_of(const block_view &view)
-{
-	return reinterpret_cast<block_header *>(
-		reinterpret_cast<uintptr_t>(view.block) & ~torn_mark);
-}
-
 /*
  * The value shown of a torn block is meant to be read at four times the
  * guard's distance: beyond the block, and perhaps beyond all memory.
@@ -61,8 +49,7 @@ block_header *address_of(const block_view &view)
 [[gnu::noinline, gnu::cold]] void mark_torn(block_view &view)
 {
 	view.end = zk_peek(user_area(view.block) + rounded(view.size) * 4);
-	view.block = reinterpret_cast<block_header *>(
-		reinterpret_cast<uintptr_t>(view.block) | torn_mark);
+	view.torn = true;
 }
 
 /* What tells a whole block from a torn one, and how its size is rounded. */
@@ -72,12 +59,15 @@ struct block_marks {
 	u32 rounding = ~3u;
 };
 
-/* Copies what is shown of a block in use; the lock is held. */
-[[gnu::always_inline]] inline void
-view_block(block_view &view, block_header *block, const block_marks &marks = {})
+/*
+ * Copies what is shown of a block of that size; the lock is held. The view has
+ * been cleared before, when there was time for it.
+ */
+[[gnu::always_inline]] inline void view_block(block_view &view,
+					      block_header *block, u32 size,
+					      const block_marks &marks = {})
 {
 	const auto *const file = reinterpret_cast<const u32 *>(block->file);
-	const u32 size = block->size;
 
 	view.block = block;
 	view.compId = block->compId;
@@ -102,17 +92,17 @@ view_block(block_view &view, block_header *block, const block_marks &marks = {})
 void print_block(struct seq_file *seq, const block_view &view)
 {
 	const char *const file = reinterpret_cast<const char *>(view.file);
-	block_header *const block = address_of(view);
 
-	if (!is_torn(view))
+	if (!view.torn)
 		zorva_proc_printf(seq,
 				  "  [%010llu] %px - %u bytes (%.16s, %d)\n",
 				  static_cast<u64>(view.allocTime),
-				  user_area(block), view.size, file, view.line);
+				  user_area(view.block), view.size, file,
+				  view.line);
 	else
 		zorva_proc_printf(seq,
 				  "<memory corruption 0x%px invalid end 0x%08x (expected 0x%08x) (%.16s, %u)>\n",
-				  block, view.end, guard_magic, file,
+				  view.block, view.end, guard_magic, file,
 				  view.line);
 }
 
@@ -133,7 +123,7 @@ void print_listed(struct seq_file *seq, u32 compId)
 
 		if (block->compId != compId || !block->inUse)
 			continue;
-		view_block(view, block);
+		view_block(view, block, block->size);
 		print_block(seq, view);
 	}
 }
@@ -195,10 +185,13 @@ u32 room_for_blocks()
 }
 
 /*
- * Copies all blocks in use; the lock is held, so this has to be short: that
- * the marks are not known to be constant keeps them in registers.
+ * Copies all blocks in use, and returns the end of the copy; null when more
+ * are listed than there is room for, whatever the accounts have said: the list
+ * may have been overwritten. The lock is held, so this has to be short: that
+ * the marks are not known to be constant keeps them in registers, and what is
+ * read of a block before the tests fills the slots behind their branches.
  */
-[[gnu::noinline]] block_view *copy_blocks(block_view *next)
+[[gnu::noinline]] block_view *copy_blocks(block_view *next, u32 room)
 {
 	block_marks marks;
 
@@ -206,9 +199,14 @@ u32 room_for_blocks()
 		: "+r"(marks.alive), "+r"(marks.guard), "+r"(marks.rounding));
 	for (block_header *block = _pZorvaMallocMemList; block;
 	     block = block->next) {
-		if (unlikely(!block->inUse))
+		const u32 in_use = block->inUse;
+		const u32 size = block->size;
+
+		if (unlikely(!room--))
+			return nullptr;
+		if (unlikely(!in_use))
 			continue;
-		view_block(*next, block, marks);
+		view_block(*next, block, size, marks);
 		++next;
 	}
 	return next;
@@ -222,7 +220,11 @@ bool copy_all(memory_view &view, u32 room)
 	if (count_blocks() > room)
 		return false;
 
-	view.count = copy_blocks(view.blocks) - view.blocks;
+	const block_view *const end = copy_blocks(view.blocks, room);
+
+	if (!end)
+		return false;
+	view.count = end - view.blocks;
 	view_usage(view);
 	return true;
 }
@@ -232,11 +234,14 @@ bool make_view(memory_view &view)
 {
 	for (u32 attempt = 0; attempt < copy_attempts; ++attempt) {
 		const u32 room = room_for_blocks();
+		size_t size;
 
-		view.blocks = static_cast<block_view *>(
-			zk_kvmalloc(room * sizeof(block_view)));
+		if (__builtin_mul_overflow(room, sizeof(block_view), &size))
+			return false;
+		view.blocks = static_cast<block_view *>(zk_kvmalloc(size));
 		if (!view.blocks)
 			return false;
+		memset(view.blocks, 0, size);
 		if (copy_all(view, room))
 			return true;
 		kvfree(view.blocks);
