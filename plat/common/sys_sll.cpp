@@ -8,7 +8,11 @@
 #include "zorva/components.h"
 #include "zorva/mem.h"
 
-/* Where messages go that must appear even when nobody listens to reports. */
+/*
+ * Where messages go that must appear even when nobody listens to reports. The
+ * one prototype that is not compared with the kernel's: this directory is free
+ * of the kernel's headers, and of the one that restates them.
+ */
 extern "C" int printk(const char *format, ...)
 	__attribute__((format(printf, 1, 2)));
 

@@ -46,7 +46,11 @@ void sys_sll_dump(const sys_sll_t *list);
 /* Makes a node without payload, in no list; null without memory. */
 sys_sll_node_t *sys_sll_node_new(u32 compId);
 
-/* Appends a node that is in no list; nothing stops it from being added twice. */
+/*
+ * Appends a node that is in no list; nothing stops it from being added twice.
+ * Its link must be null, as that of a new node is; that of one that was taken
+ * out of a list is not.
+ */
 u32 sys_sll_node_add(sys_sll_t *list, sys_sll_node_t *node);
 
 /* Takes a node out of the list and leaves it to the caller. */

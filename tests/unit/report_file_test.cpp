@@ -165,6 +165,20 @@ TEST_F(ReportFile, ClearsItsStateAfterTheReport)
 	}
 }
 
+TEST_F(ReportFile, KeepsItsStateUntilTheReportIsMade)
+{
+	fake::proc_file file("zorva/zorva.mem.detail");
+	u32 meanwhile = 0;
+
+	fake::before_kvmalloc([&] {
+		meanwhile = state_of(file)->state;
+	});
+	file.read();
+
+	EXPECT_EQ(meanwhile, 1u);
+	EXPECT_EQ(state_of(file)->state, 0u);
+}
+
 TEST_F(ReportFile, EndsAfterOneReport)
 {
 	fake::proc_file file("zorva/zorva.mem");

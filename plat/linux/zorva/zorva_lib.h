@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0 */
-/* Text helpers of the module beyond the exported ones. */
+/* Text functions of the module beyond the exported ones. */
 #ifndef ZORVA_LIB_PRIVATE_H
 #define ZORVA_LIB_PRIVATE_H
 
@@ -69,11 +69,12 @@ inline void copy_file(char (&dst)[file_size], const char *file)
 	dst[file_size - 1] = '\0';
 }
 
+inline constexpr u32 name_size = 32;
+
 /*
  * Writes an object's name: the given one, or the owner's short name, a dash
  * and the caller's line.
  */
-inline constexpr u32 name_size = 32;
 void name_object(char (&name)[name_size], const char *given, u32 compId,
 		 u32 line);
 

@@ -40,32 +40,32 @@ void make_directory()
 
 int open_report(struct file *file, int (*show)(struct seq_file *seq, void *))
 {
-	auto *const state = static_cast<zorva_proc_priv_t *>(
+	auto *const priv = static_cast<zorva_proc_priv_t *>(
 		__kmalloc(sizeof(zorva_proc_priv_t), GFP_KERNEL | __GFP_ZERO));
 
-	if (!state)
+	if (!priv)
 		return -ENOMEM;
 
-	state->state = 1;
+	priv->state = 1;
 
-	const int result = single_open_size(file, show, state, buffer_size);
+	const int result = single_open_size(file, show, priv, buffer_size);
 
 	if (result) {
-		kfree(state);
+		kfree(priv);
 		return result;
 	}
-	zk_seq_set_private(zk_seq_of(file), state);
+	zk_seq_set_private(zk_seq_of(file), priv);
 	return 0;
 }
 
 template <int (*dump)(struct seq_file *seq)>
 int show_report(struct seq_file *seq, void *)
 {
-	auto *const state =
+	auto *const priv =
 		static_cast<zorva_proc_priv_t *>(zk_seq_private(seq));
 
 	dump(seq);
-	state->state = 0;
+	priv->state = 0;
 	return 0;
 }
 
@@ -112,12 +112,12 @@ ZORVA_REPORTS(DEFINE_OPEN)
 
 int zorva_report_release(struct inode *inode, struct file *file)
 {
-	auto *const state = static_cast<zorva_proc_priv_t *>(
+	auto *const priv = static_cast<zorva_proc_priv_t *>(
 		zk_seq_private(zk_seq_of(file)));
 
-	if (state->pBuf)
-		zorva_free(ZORVA_COMPONENT_SELF, state->pBuf);
-	kfree(state);
+	if (priv->pBuf)
+		zorva_free(ZORVA_COMPONENT_SELF, priv->pBuf);
+	kfree(priv);
 	return single_release(inode, file);
 }
 
