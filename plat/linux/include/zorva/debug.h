@@ -28,7 +28,9 @@ extern "C" {
  *
  * Context: Any, hard interrupt included, and also with interrupts off and one
  * of the module's spin locks held: it must not sleep, and must call neither
- * the tracked allocator, nor timers, nor wait modules.
+ * the tracked allocator, nor zorva_proc_printf() towards the kernel log, which
+ * allocates, nor timers, nor wait modules. A call of this module with a wrong
+ * argument would report that in turn, without end.
  */
 typedef void (*sys_dbg_pr_fn_t)(u32 compId, s32 unit, u32 level,
 				const char *file, const char *func, s32 line,

@@ -3,7 +3,9 @@
  * Event flags: setters add bits to a set of 64, one waiter takes all of them
  * at once.
  *
- * All calls may sleep and belong in thread context.
+ * All calls may sleep and belong in thread context. An event object is made of
+ * a semaphore, for which zorva/sem.h tells what time limits and fatal signals
+ * come to, and of a mutex, for which the wait has no limit.
  */
 #ifndef ZORVA_EVENT_H
 #define ZORVA_EVENT_H
@@ -36,7 +38,9 @@ zorva_event_t *zorva_event_create(u32 compId, const char *name);
  * @compId: the caller, 1 to 56
  * @event: the event object
  *
- * A waiter is not woken, and nobody may use the object afterwards.
+ * A waiter is not woken, and nobody may use the object afterwards, which
+ * includes a peer that has set its bits, or been signalled, but is still inside
+ * its call.
  *
  * Context: Thread; may sleep.
  * Return: %ZORVA_RC_OK: freed. %ZORVA_RC_BAD_COMPONENT, %ZORVA_RC_NULL_ARG
@@ -64,7 +68,7 @@ u32 zorva_event_set(u32 compId, zorva_event_t *event, const u32 bits[2]);
  * @compId: the caller, 1 to 56
  * @event: the event object
  * @bits: where to write the bits, as two words; not tested, must not be null
- * @timeout: milliseconds to wait at most; %ZORVA_WAIT_FOREVER, %ZORVA_NO_WAIT
+ * @timeout: milliseconds to wait at most, as for zorva_sem_take_track()
  *
  * Each set signals once, and a wait takes the bits of all of them: as many
  * later waits return at once, with an empty set, as there were further sets.

@@ -21,7 +21,9 @@ struct seq_file;
  * log the text goes out as a continuation, with no level of its own; when
  * there is no memory for that, nothing is printed.
  *
- * Context: Any, also with interrupts off; does not sleep.
+ * Context: Any, also with interrupts off; does not sleep. The debug-print
+ * function must not print towards the kernel log so: the text takes a tracked
+ * block, and the lock of those may be held then.
  */
 void zorva_proc_printf(struct seq_file *seq, const char *format, ...)
 	__attribute__((format(printf, 2, 3)));

@@ -4,7 +4,7 @@
  * allocation, and a guard behind its last byte.
  *
  * All calls may be made from any context, hard interrupt included, and with
- * spin locks held: they never sleep. The lists are guarded by a spin lock.
+ * spin locks held: they never sleep. The list is guarded by a spin lock.
  */
 #ifndef ZORVA_MEM_H
 #define ZORVA_MEM_H
@@ -19,11 +19,14 @@ extern "C" {
  * zorva_malloc_track() - allocates a zero-filled block
  * @compId: the owner, 1 to 56
  * @size: bytes, at least 1; the usable area is rounded up to a multiple of 4
- * @file: basename of the caller's source file, of which 14 characters are kept
+ * @file: basename of the caller's source file, of which 14 characters are
+ *        kept; may be null, and then shows as "(null)"
  * @line: the caller's line
  *
  * The block is aligned to 4 bytes. It costs 56 bytes more than the rounded
- * size.
+ * size, and both together are at most what the kernel's kmalloc gives: 4 MiB
+ * on the target. A larger one fails with the report and, the first time, a
+ * warning of the kernel's.
  *
  * Context: Any; does not sleep.
  * Return: The block, or null: "invalid parameter" was reported and nothing
@@ -37,7 +40,8 @@ void *zorva_malloc_track(u32 compId, u32 size, const char *file, u32 line);
  * zorva_free_track() - frees a block
  * @compId: the caller, 1 to 56; need not be the owner, whose account it is
  * @ptr: the block; null is ignored
- * @file: basename of the caller's source file
+ * @file: basename of the caller's source file; may be null, and then shows as
+ *        "(null)"
  * @line: the caller's line
  *
  * A @compId outside 1 to 56 is ignored silently: the block stays allocated. A

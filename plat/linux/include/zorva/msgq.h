@@ -2,7 +2,16 @@
 /*
  * Message queues: fixed-size messages, first in, first out.
  *
- * All calls may sleep and belong in thread context.
+ * All calls may sleep and belong in thread context. A queue is made of two
+ * semaphores, for which zorva/sem.h tells what time limits and fatal signals
+ * come to, and of a mutex, for which the wait has no limit.
+ *
+ * A thread that uses queues with a time limit should be ended by a message, not
+ * by zorva_thread_destroy_track(). A sender that was killed and then ran out of
+ * time on a full queue gives back a slot that it never had: the next message is
+ * written over the oldest that nobody has read, and the depth exceeds its
+ * maximum. A receiver that was killed and then ran out of time on an empty
+ * queue makes a later receive return whatever the slot held, and the depth -1.
  */
 #ifndef ZORVA_MSGQ_H
 #define ZORVA_MSGQ_H
@@ -25,7 +34,9 @@ typedef struct zorva_msg_queue zorva_msg_queue_t;
  * @file: not used
  * @line: the caller's line; only names the locks of a queue without a name
  *
- * The product of @maxDepth and @msgSize must fit 32 bits: it is not tested.
+ * The product of @maxDepth and @msgSize must fit 32 bits, which is not tested:
+ * else the ring is what is left of it, messages share its bytes, and a long
+ * one is written past its end.
  * The queue's mutex and semaphores show in the lock reports as "msgq-" and the
  * name (or @line) with the suffixes "-ent", "-tx" (free slots) and "-rx"
  * (stored messages), cut to 31 characters.
@@ -46,7 +57,9 @@ zorva_msg_queue_t *zorva_msg_queue_create_track(u32 compId, const char *name,
  * @compId: the caller, 1 to 56
  * @queue: the queue
  *
- * Nobody who waits on the queue is woken, and nobody may use it afterwards.
+ * Nobody who waits on the queue is woken, and nobody may use it afterwards,
+ * which includes a peer that has left its message, or got it, but is still
+ * inside its call.
  *
  * Context: Thread; may sleep.
  * Return: %ZORVA_RC_OK: freed. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
@@ -65,16 +78,17 @@ u32 zorva_msg_queue_delete_track(u32 compId, zorva_msg_queue_t *queue);
  * @msg: the message
  * @length: its length in bytes; more than the queue's message size is cut,
  *          less leaves the rest of the slot as it was
- * @timeout: milliseconds to wait at most; %ZORVA_WAIT_FOREVER, %ZORVA_NO_WAIT
+ * @timeout: milliseconds to wait at most, as for zorva_sem_take_track()
  * @file: basename of the caller's source file
  * @line: the caller's line
  *
  * Context: Thread; sleeps.
  * Return: %ZORVA_RC_OK: the message is in the queue. %ZORVA_RC_BAD_COMPONENT
- * or %ZORVA_RC_NULL_ARG (@queue or @msg is null): reported, nothing done.
- * %ZORVA_RC_TIMEOUT: no slot became free in time. %ZORVA_RC_FAIL: none was
- * free and @timeout is 0. These and any other code of the locks are reported
- * with the queue's name; what had been taken by then is not given back.
+ * or %ZORVA_RC_NULL_ARG (@queue, @msg or @file is null): reported, nothing
+ * done. %ZORVA_RC_TIMEOUT: no slot became free in time. %ZORVA_RC_FAIL: none
+ * was free and @timeout is 0. These, a null @file, which the semaphore reports
+ * first, and any other code of the locks are reported with the queue's name;
+ * what had been taken by then is not given back.
  */
 u32 zorva_msg_queue_send_track(u32 compId, zorva_msg_queue_t *queue,
 			       const void *msg, u32 length, u32 timeout,
@@ -90,16 +104,17 @@ u32 zorva_msg_queue_send_track(u32 compId, zorva_msg_queue_t *queue,
  * @buffer: where to copy the message
  * @length: the bytes there; at most the queue's message size is copied, how
  *          long the message was is not told
- * @timeout: milliseconds to wait at most; %ZORVA_WAIT_FOREVER, %ZORVA_NO_WAIT
+ * @timeout: milliseconds to wait at most, as for zorva_sem_take_track()
  * @file: basename of the caller's source file
  * @line: the caller's line
  *
  * Context: Thread; sleeps.
  * Return: %ZORVA_RC_OK: @buffer holds the message. %ZORVA_RC_BAD_COMPONENT or
- * %ZORVA_RC_NULL_ARG (@queue or @buffer is null): reported, nothing done.
- * %ZORVA_RC_TIMEOUT: no message came in time; not reported. %ZORVA_RC_FAIL:
- * there was none and @timeout is 0; not reported. Any other code of the locks:
- * what had been taken by then is not given back.
+ * %ZORVA_RC_NULL_ARG (@queue, @buffer or, which the semaphore reports, @file
+ * is null): reported, nothing done. %ZORVA_RC_TIMEOUT: no message came in time;
+ * not reported. %ZORVA_RC_FAIL: there was none and @timeout is 0; not
+ * reported. Any other code of the locks: what had been taken by then is not
+ * given back.
  */
 u32 zorva_msg_queue_receive_track(u32 compId, zorva_msg_queue_t *queue,
 				  void *buffer, u32 length, u32 timeout,

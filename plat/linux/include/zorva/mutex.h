@@ -4,6 +4,9 @@
  *
  * All calls may sleep and belong in thread context. In an interrupt, take and
  * give warn with a stack dump and then go on.
+ *
+ * A mutex stays locked when its holder ends, also when that happens inside
+ * another call of this module.
  */
 #ifndef ZORVA_MUTEX_H
 #define ZORVA_MUTEX_H
@@ -98,9 +101,10 @@ u32 zorva_mutex_give_track(u32 compId, zorva_mutex_t *mutex, const char *file,
  * @compId: the caller, 1 to 56
  * @mutex: the mutex
  *
- * The answer goes by the latest call of take or give, not by the lock: it is
- * wrong while another task waits for the mutex or has tried to give it, and
- * for a task that got it after waiting.
+ * The answer goes by the latest call of take or give, not by the lock. It is
+ * wrong for a holder that got the mutex after waiting, and once another task
+ * has tried to give it, until another task calls take; and for the last
+ * holder, while another task is about to take what is free.
  *
  * Context: Thread; may sleep.
  * Return: 1 when the calling task holds the mutex, otherwise 0.

@@ -6,7 +6,9 @@
  * warns with a stack dump and then goes on.
  *
  * A thread of this module that was told to end does so inside take and give:
- * it puts a unit back and ends with exit code 1.
+ * it puts a unit back and ends with exit code 1. Mutexes that it holds stay
+ * locked. In any other task with a fatal signal pending, a process included,
+ * the unit is put back, the signal is discarded and the task lives on.
  */
 #ifndef ZORVA_SEM_H
 #define ZORVA_SEM_H
@@ -65,7 +67,8 @@ u32 zorva_sem_destroy_track(u32 compId, zorva_sem_t *sem, const char *file,
  * zorva_sem_take_track() - takes a unit
  * @compId: the caller, 1 to 56
  * @sem: the semaphore
- * @timeout: milliseconds to wait at most, in steps of a tick;
+ * @timeout: milliseconds to wait at most, rounded up to whole ticks: 11 ms are
+ *           2 ticks; from 2^31 on it counts as 1,073,741,822 ticks.
  *           %ZORVA_WAIT_FOREVER for no limit, %ZORVA_NO_WAIT for none at all
  * @file: basename of the caller's source file, of which 15 characters are kept
  * @line: the caller's line
@@ -97,8 +100,10 @@ u32 zorva_sem_take_track(u32 compId, zorva_sem_t *sem, u32 timeout,
  * thread told to end gives two units and ends.
  *
  * Context: Thread; may sleep.
- * Return: %ZORVA_RC_OK: a unit was given. %ZORVA_RC_BAD_COMPONENT or
- * %ZORVA_RC_NULL_ARG (@sem or @file is null): reported, nothing done.
+ * Return: %ZORVA_RC_OK: a unit was given; or two, when a fatal signal was
+ * pending in a task that is no thread of this module, and the failure to end it
+ * was reported. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG (@sem or @file is
+ * null): reported, nothing done.
  */
 u32 zorva_sem_give_track(u32 compId, zorva_sem_t *sem, const char *file,
 			 u32 line);

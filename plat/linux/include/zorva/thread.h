@@ -17,8 +17,9 @@ extern "C" {
  * @stackSize: not used; 0x7FFFFFFF is refused
  * @priority: 30 for round-robin scheduling at real-time priority 90; any other
  *            value from 0 to 255 becomes the nice value
- *            priority * 39 / 255 - 20. Negative values are let through, values
- *            above 255 are refused.
+ *            priority * 39 / 255 - 20. Negative values are let through; below
+ *            -6 the nice value leaves its range, and the kernel ignores it.
+ *            Values above 255 are refused.
  * @entry: what the thread runs
  * @argument: what @entry is given
  * @file: basename of the caller's source file
@@ -30,9 +31,14 @@ extern "C" {
  * runs all the same. It is listed before this call returns; if @entry is
  * short, it may also have ended by then.
  *
+ * Linux 5.10 answers with an error pointer when it cannot make the thread, or
+ * when the caller is killed while it waits for it. That is not tested for, and
+ * the kernel oopses: do not create threads from one that was told to end.
+ *
  * Context: Thread; sleeps until the new thread runs.
  * Return: The PID of the thread, or 0: "invalid parameter" was reported, or
- * that no memory or no thread was to be had; then nothing was started.
+ * that there was no memory for its record, or no thread (a null from the
+ * kernel); then nothing was started.
  */
 u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
 			      s32 priority, void (*entry)(void *argument),
@@ -51,9 +57,11 @@ u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
  *
  * Sends SIGKILL and returns; the thread stays listed until it ends by itself.
  * It does so from inside a semaphore take or give, a sleep in seconds, or a
- * sleep of 10 ms and more; elsewhere its entry function has to notice the
- * signal. On Linux 5.10 a second SIGKILL to a thread that has outlived the
- * first is no longer seen as fatal.
+ * sleep of 10 ms and more: mutexes that it holds stay locked, and what it
+ * allocated stays allocated. Elsewhere its entry function has to notice the
+ * signal; but zorva_wait_event_track() discards it, and so a destruction
+ * during such a wait is lost. On Linux 5.10 a second SIGKILL to a thread that
+ * has outlived the first is no longer seen as fatal.
  *
  * Context: Thread.
  * Return: %ZORVA_RC_OK: the signal was sent. %ZORVA_RC_BAD_COMPONENT,

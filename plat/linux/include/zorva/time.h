@@ -77,13 +77,17 @@ u32 zorva_time_secs_ret(void);
 
 /**
  * zorva_time_usleep() - sleeps for microseconds
- * @usecs: how long. Below 10,000 the sleep is exact to 3 microseconds where
- *         high-resolution timers are in use, otherwise it yields until the
- *         time is over; from 10,000 on it is rounded down to ticks of 10 ms.
+ * @usecs: how long. Below 10,000 it sleeps at least that long: where
+ *         high-resolution timers are in use, the timer fires at most 3
+ *         microseconds late, otherwise it yields until the time is over. From
+ *         10,000 on it is rounded down to ticks of 10 ms.
  *
- * A signal that comes during a sleep of ticks is discarded, and the sleep goes
- * on; but SIGKILL and SIGTERM end a kernel thread of this module with exit
- * code 1, and make the call return early in any other task.
+ * Signals are looked at in a sleep of ticks only. One that comes is discarded,
+ * and the sleep goes on; but SIGKILL and SIGTERM end a kernel thread of this
+ * module with exit code 1, inside the call: what it holds stays locked, what
+ * it allocated stays allocated. In any other task they make the call return
+ * early, which is reported for a kernel thread, and are discarded: the task
+ * does not see them afterwards, and a process outlives them.
  *
  * Context: Thread. In an interrupt, or with bottom halves off, it returns at
  * once.
@@ -93,11 +97,14 @@ void zorva_time_usleep(u32 usecs);
 /**
  * zorva_time_sleep() - sleeps for seconds
  * @secs: how long; on a 32-bit machine at most 21,474,836. Beyond that the
- *        kernel complains and the call returns at once.
+ *        call returns at once with a complaint of the kernel's, or, as the
+ *        ticks wrap from 42,949,673 on, sleeps too short.
  *
  * A signal is discarded, and the sleep goes on; but SIGKILL and SIGTERM end a
- * thread of this module with exit code 1. In any other task they make the call
- * return early, and are reported.
+ * thread of this module with exit code 1, inside the call: what it holds stays
+ * locked, what it allocated stays allocated. In any other task they make the
+ * call return early, which is reported, and are discarded: the task does not
+ * see them afterwards, and a process outlives them.
  *
  * Context: Thread. In an interrupt, or with bottom halves off, it returns at
  * once.

@@ -3,7 +3,8 @@
  * One-shot timers, named by small numbers: tick timers, and high-resolution
  * timers. Each kind has IDs of its own, starting at 1.
  *
- * A callback runs once for each start. It may start its timer again.
+ * A callback runs once for each start, unless the timer is stopped before. It
+ * may start its timer again.
  */
 #ifndef ZORVA_TIMER_H
 #define ZORVA_TIMER_H
@@ -29,7 +30,8 @@ extern "C" {
  * @line: not used
  *
  * There is no call that deletes one: at most 1024 can be made for as long
- * as the module is loaded.
+ * as the module is loaded. Its memory is charged to this module's own
+ * component, not to @compId.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: made, not running. %ZORVA_RC_BAD_COMPONENT or
@@ -74,7 +76,9 @@ u32 zorva_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
  * @line: the caller's line
  *
  * An expiry that is under way is not waited for: its callback may still be
- * called.
+ * called. And when an interrupt has started the timer again in the middle of
+ * one, the timer counts as not running though the kernel's is armed: a stop
+ * leaves it so, and the callback may still come for that start, too.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: not running, also when it was not before.
@@ -123,7 +127,8 @@ u32 zorva_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
  * @line: not used
  *
  * There is no call that deletes one: at most 64 can be made for as long
- * as the module is loaded.
+ * as the module is loaded. Its memory is charged to this module's own
+ * component, not to @compId.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: made, not running. %ZORVA_RC_BAD_COMPONENT or

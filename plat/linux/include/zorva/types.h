@@ -17,15 +17,24 @@ typedef long long s64;
 #define ZORVA_RC_OK 0x00000000u
 /* The component ID is 0 or not below ZORVA_COMPONENTS. */
 #define ZORVA_RC_BAD_COMPONENT 0x70000002u
-/* No object with the given PID, ID or node is registered. */
+/*
+ * No object with the given PID, ID or node is registered; but for a wait
+ * module that is ZORVA_RC_FAIL.
+ */
 #define ZORVA_RC_NOT_FOUND 0x7000000Eu
 /* A required number is 0, or a list's marker does not match. */
 #define ZORVA_RC_BAD_VALUE 0x70000015u
-/* A semaphore take, and so a queue send or an event wait, ran out of time. */
+/*
+ * A semaphore take, and so a queue send or receive, or an event wait, ran out
+ * of time.
+ */
 #define ZORVA_RC_TIMEOUT 0x7000002Au
 /* A required pointer is null. */
 #define ZORVA_RC_NULL_ARG 0x7E000015u
-/* Any other failure: limit reached, no memory, object busy, kernel refused. */
+/*
+ * Any other failure: no unit free for a zero timeout, limit reached, no memory,
+ * object busy, kernel refused.
+ */
 #define ZORVA_RC_FAIL 0xFFFFFFFFu
 
 /*

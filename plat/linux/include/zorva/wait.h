@@ -21,6 +21,7 @@ extern "C" {
  *
  * The ID is 0 when there is no other wait module, otherwise one more than that
  * of the youngest: the ID of a destroyed wait module can be given out again.
+ * Its memory is charged to this module's own component, not to @compId.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: made. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
@@ -39,10 +40,12 @@ u32 zorva_wait_module_create_track(u32 compId, u32 *waitId, const char *file,
  * @file: basename of the caller's source file
  * @line: not used
  *
- * Waiters are not woken, and nobody may use the wait module afterwards. It is
- * taken out without any lock, and destroying the oldest leaves the next one
- * with a link to freed memory, through which destroying that one writes:
- * destroy wait modules from the youngest to the oldest.
+ * Waiters are not woken, and nobody may use the wait module afterwards. A
+ * waiter that has been woken uses it until its call returns: to wake it and
+ * then to destroy is a use of freed memory. It is taken out without any lock:
+ * no wait module may be created or destroyed meanwhile. Destroying the oldest
+ * leaves the next one with a link to freed memory, through which destroying
+ * that one writes: destroy wait modules from the youngest to the oldest.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: freed. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
@@ -61,9 +64,10 @@ u32 zorva_wait_module_destroy_track(u32 compId, u32 waitId, const char *file,
  * @file: basename of the caller's source file
  * @line: not used
  *
- * Returns at once when there was a wake-up since the last wait; any number of
- * them counts once. There is no time limit, and signals do not end the wait:
- * they are discarded.
+ * Returns at once when there was a wake-up since the last wait returned; any
+ * number of them counts once. There is no time limit, and signals do not end
+ * the wait: they are discarded, that of zorva_thread_destroy_track() as well,
+ * which is lost then.
  *
  * Context: Thread; sleeps.
  * Return: %ZORVA_RC_OK: woken. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
@@ -81,7 +85,9 @@ u32 zorva_wait_event_track(u32 compId, u32 waitId, const char *file, u32 line);
  * @file: basename of the caller's source file
  * @line: not used
  *
- * All that wait at this moment are woken.
+ * All that wait at this moment are woken; but when one of them waits again
+ * before others have run, those sleep on. A wake-up between the one that wakes
+ * a waiter and the return of its call is forgotten.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: woken or remembered. %ZORVA_RC_BAD_COMPONENT or
