@@ -3,19 +3,32 @@
 # Everything is made under build/; the board's kernel and BusyBox go to a
 # cache outside the checkout, once for each configuration.
 #
+# "make help" shows these as well:
+#
 # KERNEL_BUILD=DIR     build and boot with this 5.10 kernel tree instead
 # KERNEL_OPTS=...      options of target/kernel/build.sh for the board's own
 # ZORVA_COMPONENTS=F   the firmware's own table of components
 # BOARD_TIMEOUT=S      how long the board may run
 # BOARD_ARGS=...       more options of target/boot.sh
+# BOARD_ICOUNT=N       in the tests an instruction takes 2^N ns (4); empty:
+#                      the board runs by the host's time
 # SECONDS=S SEED=N     of the soak: how long, and what it decides by
+# SECONDS=S            of the fuzzers: how long each of them runs
+# FUZZ_ARGS=--keep     add what they have reached to tests/fuzz/corpus
+# BENCH_ARGS=--update  put what bench has measured into docs/
+# CROSS_COMPILE=P      prefix of the cross compiler (mips-linux-gnu-)
+# ZORVA_CACHE=DIR      where kernels and BusyBox are kept (~/.cache/zorva)
 
 KERNEL_BUILD ?=
 KERNEL_OPTS ?=
-kernel_dir = $(or $(KERNEL_BUILD),$(shell \
-	target/kernel/build.sh $(KERNEL_OPTS) --print-dir))
-with_kernel = KERNEL_BUILD='$(kernel_dir)'
+with_kernel = KERNEL_BUILD="$(or $(KERNEL_BUILD),$$(\
+	target/kernel/build.sh $(KERNEL_OPTS) --print-dir))"
 
+# Beyond here make itself would take such a name for several.
+one_name = $(if $(word 2,$($1)),$(error $1=$($1): a name with blanks))
+
+$(call one_name,ZORVA_COMPONENTS)
+$(call one_name,KERNEL_BUILD)
 ifdef ZORVA_COMPONENTS
 override ZORVA_COMPONENTS := $(abspath $(ZORVA_COMPONENTS))
 export ZORVA_COMPONENTS
@@ -29,9 +42,11 @@ export BOARD_TIMEOUT BOARD_ARGS
 
 .PHONY: help
 help: ## what can be made (this)
-	@echo 'make TARGET [KERNEL_BUILD=DIR] [ZORVA_COMPONENTS=FILE]'
+	@echo 'make TARGET [VARIABLE=VALUE]...'
 	@echo
 	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' Makefile | expand -t 14
+	@echo
+	@sed -n -e '/^$$/q' -e '/^# KERNEL_BUILD=/,$$s/^# //p' Makefile
 
 .PHONY: run
 run: kernel ## boot the board and show the example firmware at work
@@ -50,12 +65,23 @@ unit: ## the tests on this machine, against a fake kernel
 	@target/install-deps.sh unit
 	@tests/unit/run.sh
 
+.PHONY: coverage
+coverage: ## what of the module the unit tests run, against the list
+	@target/install-deps.sh unit coverage
+	@tests/unit/coverage.sh
+
+.PHONY: fuzz
+fuzz: ## hostile sequences of calls on this machine, against a fake kernel
+	@target/install-deps.sh unit fuzz
+	@tests/fuzz/run.sh $(FUZZ_ARGS) $(or $(SECONDS),60)
+
 .PHONY: target-test
 target-test: kernel ## the tests on the board
 	@$(with_kernel) target/board.sh test
 
 .PHONY: test-kernels
-test-kernels: kernel ## target-test on the debug kernel and the stock kernel
+test-kernels: ## target-test on the debug kernel and the stock kernel
+	@target/install-deps.sh target
 	@tests/target/kernels.sh
 
 .PHONY: soak
@@ -81,7 +107,7 @@ module: kernel ## build/target/plat/linux/zorva/zorva.ko
 kernel: ## the board's kernel, or a look at KERNEL_BUILD
 	@target/install-deps.sh target
 ifdef KERNEL_BUILD
-	@test -f $(KERNEL_BUILD)/Module.symvers || \
+	@test -f '$(KERNEL_BUILD)/Module.symvers' || \
 		{ echo '$(KERNEL_BUILD): not a built kernel tree'; false; }
 else
 	@target/kernel/build.sh $(KERNEL_OPTS)

@@ -12,12 +12,21 @@ usage()
 	cat <<END
 usage: install-deps.sh GROUP...
 
-  target  the cross compilers, what builds the kernel and BusyBox, and QEMU
-  unit    the host tests: 32-bit compiler, CMake, GoogleTest
-  lint    formatting and static checks
-  bench   the chart of the instruction counts
+  target    the cross compilers, what builds the kernel and BusyBox, and QEMU
+  unit      the host tests: 32-bit compiler, CMake, GoogleTest
+  coverage  what counts the lines that the host tests run
+  fuzz      the compiler of the fuzzers
+  lint      formatting and static checks
+  bench     the chart of the instruction counts
 END
 }
+
+case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
+esac
 
 packages=()
 for group in "$@"; do
@@ -31,6 +40,12 @@ for group in "$@"; do
 	unit)
 		packages+=(make cmake g++ g++-12-multilib libc6-dev-i386
 			googletest)
+		;;
+	coverage)
+		packages+=(gcovr python3)
+		;;
+	fuzz)
+		packages+=(clang libclang-rt-14-dev)
 		;;
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck

@@ -7,14 +7,22 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: run.sh [COUNTS]
+usage: run.sh [--coverage] [COUNTS]
 
-  COUNTS  a file for "PASSED FAILED", the numbers of tests; it is not written
-          when they cannot be built
+  --coverage  count what runs of the module, in build/coverage instead
+  COUNTS      a file for "PASSED FAILED", the numbers of tests; it is not
+              written when they cannot be built
 END
 }
 
+name=unit
+options=()
 case ${1-} in
+--coverage)
+	name=coverage
+	options=(-DZORVA_COVERAGE=ON)
+	shift
+	;;
 -*)
 	usage
 	[ "$1" = -h ] || [ "$1" = --help ] || exit 2
@@ -22,7 +30,7 @@ case ${1-} in
 	;;
 esac
 source=$(cd "$(dirname "$0")" && pwd)
-build=$(cd "$source/../.." && pwd)/build/unit
+build=$(cd "$source/../.." && pwd)/build/$name
 log=$build/run.log
 counts=${1:-}
 jobs=$(nproc)
@@ -40,7 +48,7 @@ show_log_and_die()
 mkdir -p "$build"
 [ -z "$counts" ] || rm -f "$counts"
 
-cmake -S "$source" -B "$build" >"$log" 2>&1 ||
+cmake -S "$source" -B "$build" "${options[@]}" >"$log" 2>&1 ||
 	show_log_and_die "cannot be configured"
 cmake --build "$build" --parallel "$jobs" >"$log" 2>&1 ||
 	show_log_and_die "cannot be built"

@@ -15,6 +15,11 @@ namespace
 std::vector<fake::call> made;
 std::function<void(const fake::call &)> hook;
 
+const fake::at_restart forget_all([] {
+	made.clear();
+	hook = nullptr;
+});
+
 std::string first_word(const std::string &text)
 {
 	return text.substr(0, text.find(' '));

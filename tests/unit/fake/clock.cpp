@@ -15,6 +15,12 @@ s64 monotonic;
 s64 boot_offset;
 std::vector<fake::context> coarse;
 
+const fake::at_restart set_back([] {
+	monotonic = 0;
+	boot_offset = 0;
+	coarse.clear();
+});
+
 /* Rounds down, below 0 too. */
 s64 floor_to(s64 value, s64 unit)
 {

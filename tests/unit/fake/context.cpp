@@ -36,10 +36,32 @@ unsigned int soft_interrupts;
 std::vector<held_lock> held;
 size_t locks_taken;
 
+std::vector<void (*)()> &restart_actions()
+{
+	static std::vector<void (*)()> actions;
+
+	return actions;
+}
+
+const fake::at_restart forget_locks([] {
+	locks_taken = 0;
+});
+
 } // namespace
 
 namespace fake
 {
+
+at_restart::at_restart(void (*action)())
+{
+	restart_actions().push_back(action);
+}
+
+void restart()
+{
+	for (void (*action)() : restart_actions())
+		action();
+}
 
 bool context::may_sleep() const
 {

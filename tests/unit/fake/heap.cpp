@@ -36,6 +36,23 @@ unsigned int until_failure;
 size_t failure_above = SIZE_MAX;
 std::function<void()> kvmalloc_hook;
 
+/* Only now are freed blocks given back. */
+const fake::at_restart free_all([] {
+	for (const auto &[address, each] : blocks) {
+		if (!each.freed)
+			fake::complain(
+				fake::format("a block of %zu bytes is left",
+					     each.size));
+		ASAN_UNPOISON_MEMORY_REGION(address, each.size);
+		free(const_cast<void *>(address));
+	}
+	blocks.clear();
+	calls.clear();
+	until_failure = 0;
+	failure_above = SIZE_MAX;
+	kvmalloc_hook = nullptr;
+});
+
 /* A block of the slab allocator or of pages in a row has a largest size. */
 bool is_too_large(size_t size)
 {

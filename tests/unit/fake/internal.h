@@ -15,6 +15,14 @@ void complain(const std::string &what);
 /* Complains when the caller may not sleep. */
 void might_sleep(const char *caller);
 
+/*
+ * What a part of the fake kernel does when all begins anew: a static object
+ * beside the state that it sets back.
+ */
+struct at_restart {
+	explicit at_restart(void (*action)());
+};
+
 /* What the running task has taken and not given. */
 std::vector<const void *> taken_by_running();
 

@@ -4,7 +4,7 @@
  *
  * It implements what zk.h declares, and complains, by failing the
  * running test, about calls that the kernel forbids. It starts once in a
- * process and is never reset: a process runs one test.
+ * process, which runs one test.
  *
  * Include this before any header of the host: zk.h has constants that the
  * host has as macros.
@@ -36,6 +36,13 @@
 
 namespace fake
 {
+
+/*
+ * Sets all but the proc file system back to how the process began, for one
+ * that runs many short lives of the module. Complains of what is left of the
+ * last one: tasks, pending timers, subscriptions, blocks.
+ */
+void restart();
 
 /* Context: what the one processor is doing. */
 

@@ -8,6 +8,11 @@ namespace
 std::vector<fake::log_entry> entries;
 size_t seen;
 
+const fake::at_restart forget_all([] {
+	entries.clear();
+	seen = 0;
+});
+
 void append(const std::string &text)
 {
 	entries.push_back({ text, fake::current_context() });

@@ -15,6 +15,12 @@ std::map<const void *, u32> set_words;
 std::vector<const void *> read_words;
 size_t copy_limit = SIZE_MAX;
 
+const fake::at_restart forget_all([] {
+	set_words.clear();
+	read_words.clear();
+	copy_limit = SIZE_MAX;
+});
+
 /* The sanitizers' shadow would refuse what the module may well read here. */
 __attribute__((no_sanitize("address", "undefined"))) u32
 load(const void *address)

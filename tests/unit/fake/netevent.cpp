@@ -21,6 +21,13 @@ constexpr int notify_stop_mask = 0x8000;
 fake_block *chain;
 int error;
 
+const fake::at_restart set_back([] {
+	if (chain)
+		fake::complain("a subscription is left");
+	chain = nullptr;
+	error = 0;
+});
+
 fake_block *view(struct notifier_block *block)
 {
 	return reinterpret_cast<fake_block *>(block);

@@ -43,6 +43,12 @@ std::function<void(const std::string &)> create_hook;
 size_t files_open;
 struct inode any_inode;
 
+const fake::at_restart forget_calls([] {
+	calls.clear();
+	directories_refused = 0;
+	create_hook = nullptr;
+});
+
 std::string path_of(const char *name, const proc_dir_entry *parent)
 {
 	std::string path = name;

@@ -23,6 +23,17 @@ std::map<pid_t, task_struct *> tasks; /* all that are referred to */
 std::map<pid_t, long> exit_codes;
 pid_t last_pid = fake::main_pid - 1;
 
+/* The main task is made anew; it is the one that runs this. */
+const fake::at_restart start_over([] {
+	if (!fake::tasks_left().empty())
+		fake::fatal("tasks are left:\n" + fake::tasks_left());
+	if (owner)
+		fake::put_task(owner);
+	owner = nullptr;
+	exit_codes.clear();
+	last_pid = fake::main_pid - 1;
+});
+
 task_struct *make_main()
 {
 	task_struct *const task = fake::make_task("main", false);

@@ -19,6 +19,10 @@ constexpr int EINVAL_ = 22;
 
 std::vector<fake::seq_print> prints;
 
+const fake::at_restart forget_prints([] {
+	prints.clear();
+});
+
 } // namespace
 
 struct seq_file {

@@ -11,6 +11,12 @@ unsigned int threads_refused;
 int scheduler_error;
 bool pids_hidden;
 
+const fake::at_restart refuse_nothing([] {
+	threads_refused = 0;
+	scheduler_error = 0;
+	pids_hidden = false;
+});
+
 bool is_dead(const task_struct *task)
 {
 	return task->state == state_dead;

@@ -17,7 +17,9 @@ constexpr u32 msecs_per_tick = 10;
 constexpr long longest_timeout = (LONG_MAX >> 1) - 1;
 
 /* INITIAL_JIFFIES: they wrap five minutes after the boot. */
-unsigned long jiffies_at_0 = -300 * 100;
+constexpr unsigned long initial_jiffies = -300 * 100;
+
+unsigned long jiffies_at_0 = initial_jiffies;
 u32 resolution = 1;
 s64 yield_cost = 1000;
 
@@ -29,6 +31,16 @@ struct event {
 
 std::map<const void *, event> events;
 u64 next_order;
+
+const fake::at_restart start_over([] {
+	if (!events.empty())
+		fake::complain("an expiry or the end of a sleep is left");
+	events.clear();
+	next_order = 0;
+	jiffies_at_0 = initial_jiffies;
+	resolution = 1;
+	yield_cost = 1000;
+});
 
 auto next_event()
 {
