@@ -20,9 +20,23 @@ usage: board.sh run | shell | test [COUNTS]
 Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
 BOARD_TIMEOUT (seconds; 300), BOARD_ARGS (more options for boot.sh),
 BOARD_ICOUNT (an instruction takes 2^N ns in the tests; 4, or empty for the
-host's own time).
+host's own time), CROSS_COMPILE, ZORVA_CACHE.
 END
 }
+
+case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
+run | shell) max_arguments=1 ;;
+test) max_arguments=2 ;;
+*) max_arguments=0 ;;
+esac
+if [ $# -eq 0 ] || [ $# -gt "$max_arguments" ]; then
+	usage >&2
+	exit 2
+fi
 
 KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
 	--print-dir)}
@@ -131,23 +145,27 @@ run_tests()
 	[ "$failed" -eq 0 ]
 }
 
-case ${1-} in
+case $1 in
 run)
+	build_lock
 	prepare module examples
 	firmware_root run /etc/scenario
 	boot run --show
 	;;
 shell)
 	[ -t 0 ] || die "a shell needs a terminal"
+	build_lock
 	prepare module examples
-	firmware_root shell /root/demo.sh
-	boot shell --shell
+	# An archive of its own: a shell may stay open for long, and others
+	# need not wait for its end.
+	name=shell.$$
+	trap 'rm -f "$ZORVA_BUILD/$name.cpio.gz"' EXIT
+	firmware_root "$name" /root/demo.sh
+	flock -u 8
+	boot "$name" --shell
 	;;
 test)
+	build_lock
 	run_tests "${2:-$ZORVA_BUILD/target.counts}"
-	;;
-*)
-	usage >&2
-	exit 2
 	;;
 esac

@@ -27,23 +27,63 @@ die()
 	exit 1
 }
 
+# The kernel's make cannot work in such a directory, and neither can all of
+# the emulator's options name what is in it.
+for dir in "$ZORVA_ROOT" "$ZORVA_CACHE" "${KERNEL_BUILD-}"; do
+	case $dir in
+	*[[:space:]:,\;=\#%\$\*\?\&\|\<\>\(\)\'\"\\]*)
+		die "'$dir': cannot work in a directory with blanks," \
+			"colons or other punctuation in its path"
+		;;
+	esac
+done
+unset dir
+
+# The files of the checkout whose paths match a pattern, or that are below it;
+# without a pattern, all. They are those that git knows or would take; in an
+# unpacked archive, where git cannot tell, all but what is built.
+list_sources()
+(
+	cd "$ZORVA_ROOT"
+	if [ ! -e .git ] || ! files=$(git ls-files -co --exclude-standard \
+		-- "$@" 2>/dev/null); then
+		files=$(find . -path ./build -prune -o -type f -print |
+			sed 's,^\./,,')
+	fi
+	while read -r file; do
+		[ -f "$file" ] || continue
+		[ $# -gt 0 ] || printf '%s\n' "$file"
+		for pattern in "$@"; do
+			# shellcheck disable=SC2053 # it is a pattern
+			if [[ $file == $pattern || $file == $pattern/* ]]; then
+				printf '%s\n' "$file"
+				break
+			fi
+		done
+	done <<<"$files"
+)
+
 # Shows that a command is still at work: on a terminal one line that counts,
 # elsewhere a line now and then, so that a log stays short.
 step_ticker()
 {
-	local text=$1 parent=$2 start=$SECONDS
+	local text=$1 parent=$2 start=$SECONDS pause=15 sleeper=
 
-	if [ -t 2 ]; then
-		while kill -0 "$parent" 2>/dev/null; do
+	# Who reads this script's output to its end must not wait for a sleep
+	# that has outlived it.
+	trap 'kill $sleeper 2>/dev/null; exit' TERM
+	[ ! -t 2 ] || pause=2
+	while kill -0 "$parent" 2>/dev/null; do
+		if [ -t 2 ]; then
 			printf '\r  %s ... %d s ' "$text" \
 				$((SECONDS - start)) >&2
-			sleep 2
-		done
-	else
-		while sleep 15 && kill -0 "$parent" 2>/dev/null; do
+		elif [ "$SECONDS" -gt "$start" ]; then
 			say "  $text ... $((SECONDS - start)) s"
-		done
-	fi
+		fi
+		sleep "$pause" >/dev/null 2>&1 &
+		sleeper=$!
+		wait "$sleeper"
+	done
 }
 
 # step TEXT COMMAND...
@@ -60,8 +100,8 @@ step()
 	log=$ZORVA_LOGS/$(tr -cs '[:alnum:].\n' '-' <<<"$text").log
 
 	[ -t 2 ] || say "  $text"
-	# The ticker must not hold the cache's lock.
-	step_ticker "$text" $$ 9>&- &
+	# The ticker must not hold the locks.
+	step_ticker "$text" $$ 8>&- 9>&- &
 	ticker=$!
 
 	# The command stays in the foreground, where Ctrl-C reaches it.
@@ -99,6 +139,23 @@ cache_lock()
 		say "  waiting: another build holds $ZORVA_CACHE/.lock-$1"
 		flock 9
 	fi
+}
+
+# build_lock
+#
+# Holds build/ until the script ends: what one run has built there must not be
+# replaced, by a build for another kernel at that, before the run has used it.
+# The scripts that the holder calls need not take the lock again.
+build_lock()
+{
+	[ "${ZORVA_BUILD_LOCKED-}" != "$ZORVA_BUILD" ] || return 0
+	mkdir -p "$ZORVA_BUILD"
+	exec 8>"$ZORVA_BUILD/.lock"
+	if ! flock -n 8; then
+		say "  waiting: another run uses $ZORVA_BUILD/.lock"
+		flock 8
+	fi
+	export ZORVA_BUILD_LOCKED=$ZORVA_BUILD
 }
 
 # Makes an empty work directory in the cache, under the lock's protection. A

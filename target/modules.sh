@@ -24,45 +24,54 @@ Parts are built in the order given; the others need the module.
 END
 }
 
+case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
+esac
+for part in "$@"; do
+	case $part in
+	module | examples | tests | bench | soak) ;;
+	*)
+		usage >&2
+		exit 2
+		;;
+	esac
+done
+if [ $# -eq 0 ]; then
+	usage >&2
+	exit 2
+fi
+
 kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
 [ -d "$kernel" ] || die "$kernel: no such kernel tree"
 kernel=$(cd "$kernel" && pwd)
 copy=$ZORVA_BUILD/target
 sources=(plat examples bench tests/target tests/soak)
 
+build_lock
+
 # Objects made against another kernel would pass for current ones.
 if [ "$(cat "$copy/.kernel" 2>/dev/null)" != "$kernel" ]; then
 	rm -rf "$copy"
 fi
 mkdir -p "$copy"
-exec 9>"$ZORVA_BUILD/.lock-target"
-flock 9
 
 # Only what differs is copied, and then counts as changed now: an older file
 # put back in place must be compiled as well.
-list_sources()
-{
-	if [ -e .git ] && git ls-files -co --exclude-standard \
-		-- "${sources[@]}" 2>/dev/null; then
-		return
-	fi
-	find "${sources[@]}" -type f
-}
-
 sync_sources()
 {
 	local file
 
 	cd "$ZORVA_ROOT"
-	list_sources | LC_ALL=C sort >"$copy/.files.new"
+	list_sources "${sources[@]}" | LC_ALL=C sort >"$copy/.files.new"
 	if [ -f "$copy/.files" ]; then
 		LC_ALL=C comm -23 "$copy/.files" "$copy/.files.new" |
 			(cd "$copy" && xargs -r -d '\n' rm -f --)
 	fi
 	while read -r file; do
-		if [ ! -f "$file" ]; then
-			rm -f "$copy/$file"
-		elif ! cmp -s "$file" "$copy/$file"; then
+		if ! cmp -s "$file" "$copy/$file"; then
 			mkdir -p "$copy/${file%/*}"
 			cp --preserve=mode "$file" "$copy/$file"
 			echo "changed: $file"
@@ -121,10 +130,6 @@ for part in "$@"; do
 	tests)
 		step "modules: tests" kbuild_user tests/target
 		step "modules: test programs" programs
-		;;
-	*)
-		usage >&2
-		exit 2
 		;;
 	esac
 done

@@ -8,6 +8,27 @@ set -euo pipefail
 # shellcheck source=target/lib.sh
 . "$(dirname "$0")/lib.sh"
 
+usage()
+{
+	cat <<END
+usage: test-all.sh
+
+Environment: as for board.sh.
+END
+}
+
+case ${1-} in
+'') ;;
+-h | --help)
+	usage
+	exit
+	;;
+*)
+	usage >&2
+	exit 2
+	;;
+esac
+
 cd "$ZORVA_ROOT"
 mkdir -p "$ZORVA_BUILD"
 all_passed=0

@@ -23,6 +23,8 @@ case ${1-} in
 esac
 counts=${1:+$(realpath -m "$1")}
 cd "$(dirname "$0")/.."
+# shellcheck source=target/lib.sh
+. target/lib.sh
 include=plat/linux/include
 module=plat/linux/zorva
 
@@ -39,17 +41,6 @@ tool()
 		{ echo "$1 is not installed: run make deps" >&2 && return 1; }
 }
 
-# files PATTERN...: what git knows or would take, and is there.
-files()
-{
-	local file
-
-	git ls-files -co --exclude-standard -- "$@" |
-		while read -r file; do
-			[ ! -f "$file" ] || printf '%s\n' "$file"
-		done
-}
-
 # The lines of standard input, if any, are what is wrong.
 none()
 {
@@ -61,7 +52,7 @@ check_format()
 	local format file
 
 	format=$(tool clang-format)
-	files '*.c' '*.h' '*.cpp' | while read -r file; do
+	list_sources '*.c' '*.h' '*.cpp' | while read -r file; do
 		"$format" "$file" | cmp -s - "$file" ||
 			echo "$file: run $format -i $file"
 	done | none
@@ -72,7 +63,7 @@ check_tidy()
 	local tidy
 
 	tidy=$(tool clang-tidy)
-	files "$module/*.cpp" 'plat/common/*.cpp' |
+	list_sources "$module/*.cpp" 'plat/common/*.cpp' |
 		xargs -P "$(nproc)" -I {} "$tidy" --quiet {} -- \
 			-m32 -std=gnu++20 -ffreestanding -fno-exceptions \
 			-fno-rtti -fno-threadsafe-statics -Wall -Wextra \
@@ -85,7 +76,7 @@ check_tidy()
 # of which it would have algorithms used is not there.
 check_cppcheck()
 {
-	files "$module/*.cpp" 'plat/common/*.cpp' |
+	list_sources "$module/*.cpp" 'plat/common/*.cpp' |
 		xargs -r "$(tool cppcheck)" --quiet --error-exitcode=1 \
 			--language=c++ --std=c++20 --platform=unix32 \
 			--enable=warning,performance,portability,style \
@@ -98,7 +89,7 @@ check_cppcheck()
 # Scripts: by their name, or by their first line.
 scripts()
 {
-	files | while read -r file; do
+	list_sources | while read -r file; do
 		case $file in
 		*.sh)
 			printf '%s\n' "$file"
@@ -118,14 +109,16 @@ check_shell()
 	scripts | xargs -r "$(tool shellcheck)" -x -P SCRIPTDIR
 }
 
-# A patch has lines that end in a blank: empty ones of its context.
+# A patch has lines that end in a blank: empty ones of its context. What the
+# fuzzers are fed is no text.
 check_blanks()
 {
 	local file
 
-	files | while read -r file; do
+	list_sources | while read -r file; do
 		grep -Iq . "$file" || continue
 		case $file in
+		tests/fuzz/corpus/*) continue ;;
 		*.patch) ;;
 		*) grep -HnE '[[:blank:]]$' "$file" || true ;;
 		esac
@@ -140,7 +133,7 @@ check_licence()
 	local file
 
 	{
-		files '*.c' '*.h' '*.cpp' '*.def' '*Kbuild' '*Makefile'
+		list_sources '*.c' '*.h' '*.cpp' '*.def' '*Kbuild' '*Makefile'
 		scripts
 	} | sort -u | while read -r file; do
 		head -n 2 "$file" | grep -q 'SPDX-License-Identifier: GPL-2.0' ||
@@ -180,7 +173,7 @@ check_links()
 {
 	local file target
 
-	files '*.md' | while read -r file; do
+	list_sources '*.md' | while read -r file; do
 		grep -oE '\]\([^)#]+' "$file" | cut -c3- |
 			while read -r target; do
 				case $target in
@@ -192,6 +185,11 @@ check_links()
 				esac
 			done || true
 	done | none
+}
+
+check_figures()
+{
+	bench/tables.sh --check
 }
 
 passed=0
@@ -234,6 +232,7 @@ check "comments of exported functions" check_docs
 check "blanks and ends of lines" check_blanks
 check "licence lines" check_licence
 check "links between texts" check_links
+check "figures of the measurements" check_figures
 
 echo "lint: $passed passed, $failed failed"
 [ -z "$counts" ] || echo "$passed $failed" >"$counts"

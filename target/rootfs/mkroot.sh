@@ -22,6 +22,10 @@ END
 }
 
 case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
 '' | -*)
 	usage >&2
 	exit 2

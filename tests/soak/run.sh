@@ -15,19 +15,41 @@ usage()
 	cat <<END
 usage: run.sh [SECONDS [SEED]]
 
-  SECONDS  how long the board is soaked (60)
+  SECONDS  how long the board is soaked, 10 to 21474836 (60)
   SEED     what its actors decide by, below 2^32; another one each time
 
-Environment: KERNEL_BUILD (a kernel tree instead of the board's own).
+Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
+BOARD_TIMEOUT (how long the board may run; 2 * SECONDS + 300), BOARD_ARGS
+(more options for boot.sh), CROSS_COMPILE, ZORVA_CACHE.
 END
+}
+
+case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
+esac
+
+# in_range NUMBER FIRST LAST
+in_range()
+{
+	[[ $1 =~ ^[0-9]{1,10}$ ]] &&
+		[ "$1" -ge "$2" ] && [ "$1" -le "$3" ]
 }
 
 seconds=${1:-60}
 seed=${2:-$((RANDOM * 32768 + RANDOM))}
-if [ $# -gt 2 ] || [[ ! "$seconds $seed" =~ ^[0-9]+\ [0-9]+$ ]]; then
+# In less time not every actor makes the steps that are looked at in the end;
+# and the board compares its ticks as signed numbers of 32 bits.
+if [ $# -gt 2 ] || ! in_range "$seconds" 10 21474836 ||
+	! in_range "$seed" 0 4294967295; then
 	usage >&2
 	exit 2
 fi
+# Zeros in front would make them octal.
+seconds=$((10#$seconds))
+seed=$((10#$seed))
 
 KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
 	--print-dir)}
@@ -36,6 +58,7 @@ out=$ZORVA_BUILD/soak
 log=$ZORVA_LOGS/soak-console.log
 mkdir -p "$out"
 
+build_lock
 say "soak: $seconds seconds, SEED=$seed"
 "$ZORVA_ROOT/target/busybox/build.sh"
 "$ZORVA_ROOT/target/modules.sh" module soak

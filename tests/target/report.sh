@@ -10,8 +10,19 @@ here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=tests/target/plan.sh
 . "$here/plan.sh"
 
+usage()
+{
+	echo "usage: report.sh CONSOLE-LOG COUNTS-FILE"
+}
+
+case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
+esac
 if [ $# -ne 2 ] || [ ! -f "$1" ]; then
-	echo "usage: report.sh CONSOLE-LOG COUNTS-FILE" >&2
+	usage >&2
 	exit 2
 fi
 log=$1
