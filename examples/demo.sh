@@ -82,10 +82,25 @@ finish()
 	wait $!
 }
 
+# typed WORD...: a command as one would type it, words that a shell would take
+# apart or expand in quotes. No word has a single quote in it.
+typed()
+{
+	local word line=
+
+	for word in "$@"; do
+		case $word in
+		*[!A-Za-z0-9_.,:/=@%+-]*) word="'$word'" ;;
+		esac
+		line="$line${line:+ }$word"
+	done
+	printf '%s\n' "$line"
+}
+
 # show COMMAND...: runs a command, and shows both it and what it prints.
 show()
 {
-	prompt "$*"
+	prompt "$(typed "$@")"
 	whole=$("$@") || fail "$*: status $?"
 	shown=$whole
 	[ -z "$shown" ] || printf '%s\n' "$shown" | lines
