@@ -40,14 +40,15 @@ done
 unset dir
 
 # The files of the checkout whose paths match a pattern, or that are below it;
-# without a pattern, all. They are those that git knows or would take; in an
-# unpacked archive, where git cannot tell, all but what is built.
+# without a pattern, all. They are those that git knows or would take; where it
+# cannot tell, or is not there, all but what is built.
 list_sources()
 (
 	cd "$ZORVA_ROOT"
 	if [ ! -e .git ] || ! files=$(git ls-files -co --exclude-standard \
 		-- "$@" 2>/dev/null); then
-		files=$(find . -path ./build -prune -o -type f -print |
+		files=$(find . \( -path ./build -o -path ./.git \) -prune -o \
+			-type f -print |
 			sed 's,^\./,,')
 	fi
 	while read -r file; do
