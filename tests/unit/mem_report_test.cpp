@@ -615,6 +615,21 @@ TEST_F(CrowdedReport, IsPrintedUnderTheLockWhenTheSizeOfACopyDoesNotFit)
 	EXPECT_TRUE(fake::seq_prints().back().at.holds(&_mallocMemLck));
 }
 
+/* The accounts are overwritten while the first copy is asked for. */
+TEST_F(CrowdedReport, ForgetsACopyWhoseNextSizeDoesNotFit)
+{
+	arrive(3);
+	fake::before_kvmalloc([&] {
+		usage(other).allocCount = 0x10000000;
+	});
+
+	EXPECT_EQ(blocks_shown(), 3u);
+
+	EXPECT_EQ(copies(fake::heap_call::kvallocated), 1u);
+	EXPECT_EQ(copies(fake::heap_call::kvfreed), 1u);
+	EXPECT_TRUE(fake::seq_prints().back().at.holds(&_mallocMemLck));
+}
+
 TEST_F(CrowdedReport, AsksForNoMemoryForBlocksThatAreFree)
 {
 	const auto asked = [this] {

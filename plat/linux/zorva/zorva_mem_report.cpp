@@ -232,6 +232,7 @@ bool copy_all(memory_view &view, u32 room)
 /* Copies all into memory of its own; false when that could not be had. */
 bool make_view(memory_view &view)
 {
+	view.blocks = nullptr;
 	for (u32 attempt = 0; attempt < copy_attempts; ++attempt) {
 		const u32 room = room_for_blocks();
 		size_t size;
@@ -245,8 +246,8 @@ bool make_view(memory_view &view)
 		if (copy_all(view, room))
 			return true;
 		kvfree(view.blocks);
+		view.blocks = nullptr;
 	}
-	view.blocks = nullptr;
 	return false;
 }
 
