@@ -59,14 +59,15 @@ u32 zk_peek(const void *address)
 
 #if defined(CONFIG_MIPS) && defined(CONFIG_32BIT)
 	/*
-	 * Beyond memory, and uncached, there are devices: a read may change
-	 * their registers. In memory a bus error is still survived, but only
-	 * so: the other way is for page faults, of which there are none here.
+	 * In the segments that are not mapped, devices lie beyond memory, and
+	 * uncached anywhere: a read may change their registers. In memory a
+	 * bus error is still survived, but only so: the other way is for page
+	 * faults, of which there are none here.
 	 */
 	if (KSEGX(address) == KSEG1)
 		return 0;
 	if (KSEGX(address) == KSEG0) {
-		if (!pfn_valid(PFN_DOWN(CPHYSADDR((unsigned long)address))))
+		if (address >= high_memory)
 			return 0;
 		return get_dbe(word, (u32 *)address) ? 0 : word;
 	}
@@ -273,7 +274,7 @@ unsigned long zk_jiffies(void)
 void zk_add_timer(struct timer_list *timer, unsigned long ticks)
 {
 	/*
-	 * An interrupt that starts a timer again before its expiry has been
+	 * An interrupt that refreshes a timer before its expiry has been
 	 * marked leaves it pending, which add_timer would take for a bug.
 	 */
 	mod_timer(timer, jiffies + ticks);

@@ -152,7 +152,8 @@ void(kvfree)(const void *block);
 
 /*
  * Reads a word that may lie in nobody's memory: unwatched by the sanitizers,
- * and 0 where nothing can be read, or nothing but devices.
+ * and 0 where nothing can be read, and at addresses that are not mapped and
+ * may be those of devices.
  */
 u32 zk_peek(const void *address);
 
