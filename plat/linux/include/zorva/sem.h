@@ -68,8 +68,9 @@ u32 zorva_sem_destroy_track(u32 compId, zorva_sem_t *sem, const char *file,
  * @compId: the caller, 1 to 56
  * @sem: the semaphore
  * @timeout: milliseconds to wait at most, rounded up to whole ticks: 11 ms are
- *           2 ticks; from 2^31 on it counts as 1,073,741,822 ticks.
- *           %ZORVA_WAIT_FOREVER for no limit, %ZORVA_NO_WAIT for none at all
+ *           2 ticks; from 2^31 on, on a 32-bit machine, it counts as
+ *           1,073,741,822 ticks. %ZORVA_WAIT_FOREVER for no limit,
+ *           %ZORVA_NO_WAIT for none at all
  * @file: basename of the caller's source file, of which 15 characters are kept
  * @line: the caller's line
  *

@@ -56,12 +56,13 @@ u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
  * @line: the caller's line
  *
  * Sends SIGKILL and returns; the thread stays listed until it ends by itself.
- * It does so from inside a semaphore take or give, a sleep in seconds, or a
- * sleep of 10 ms and more: mutexes that it holds stay locked, and what it
- * allocated stays allocated. Elsewhere its entry function has to notice the
- * signal; but zorva_wait_event_track() discards it, and so a destruction
- * during such a wait is lost. On Linux 5.10 a second SIGKILL to a thread that
- * has outlived the first is no longer seen as fatal.
+ * It does so from inside a semaphore take or give, and so from inside a
+ * queue's or an event's call, a sleep in seconds, or a sleep of 10 ms and
+ * more: mutexes that it holds stay locked, and what it allocated stays
+ * allocated. Elsewhere its entry function has to notice the signal; but
+ * zorva_wait_event_track() discards it, and so a destruction during such a
+ * wait is lost. On Linux 5.10 a second SIGKILL to a thread that has outlived
+ * the first is no longer seen as fatal.
  *
  * Context: Thread.
  * Return: %ZORVA_RC_OK: the signal was sent. %ZORVA_RC_BAD_COMPONENT,

@@ -76,9 +76,9 @@ u32 zorva_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
  * @line: the caller's line
  *
  * An expiry that is under way is not waited for: its callback may still be
- * called. And when an interrupt has started the timer again in the middle of
- * one, the timer counts as not running though the kernel's is armed: a stop
- * leaves it so, and the callback may still come for that start, too.
+ * called. And when an interrupt has refreshed the timer in the middle of one,
+ * the timer counts as not running though the kernel's is armed: a stop leaves
+ * it so, and the callback may still come for that start, too.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: not running, also when it was not before.
