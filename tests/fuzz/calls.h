@@ -143,6 +143,8 @@ Object *expect_object(bool is_good, Object *(*call)(Parameters...),
 
 /* True while a task is inside a call on an object. */
 bool is_in_use(const void *object);
+/* True while there is a wait module with that ID. */
+bool is_made(u32 waitId);
 
 /* While a call on an object is under way. A thread may end inside. */
 class inside {

@@ -261,23 +261,19 @@ void call_wait(actor &self, input &in)
 				   where, file, 1))
 			all->waits.push_back(id);
 		return;
-	case 1: {
-		const auto found =
-			std::find(all->waits.begin(), all->waits.end(), id);
-
+	case 1:
 		if (is_in_use(as_object(id)))
 			return;
 		/* Not the oldest while there are others. */
 		if (all->waits.size() > 1 && id == all->waits.front())
 			return;
 		if (!expect_one_of({ component(compId), not_null(file) },
-				   { found == all->waits.end() ? ZORVA_RC_FAIL
-							       : ZORVA_RC_OK },
+				   { is_made(id) ? ZORVA_RC_OK
+						 : ZORVA_RC_FAIL },
 				   zorva_wait_module_destroy_track, compId, id,
 				   file, 1))
-			all->waits.erase(found);
+			std::erase(all->waits, id);
 		return;
-	}
 	default: {
 		/* There is no time limit. */
 		if (self.is_main)
@@ -286,7 +282,7 @@ void call_wait(actor &self, input &in)
 		const inside call(as_object(id));
 
 		expect_one_of({ component(compId), not_null(file) },
-			      { ZORVA_RC_OK, ZORVA_RC_FAIL },
+			      { is_made(id) ? ZORVA_RC_OK : ZORVA_RC_FAIL },
 			      zorva_wait_event_track, compId, id, file, 1);
 		return;
 	}

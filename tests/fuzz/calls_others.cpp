@@ -103,7 +103,7 @@ void call_report(input &in)
 	switch (what) {
 	case 1:
 		EXPECT_LE(all->file->read(part, count % sizeof(part)),
-			  static_cast<ssize_t>(sizeof(part)));
+			  static_cast<ssize_t>(count % sizeof(part)));
 		return;
 	case 2:
 		all->file->seek(count, in.below(3));

@@ -90,6 +90,11 @@ bool is_in_use(const void *object)
 	return false;
 }
 
+bool is_made(u32 waitId)
+{
+	return std::count(all->waits.begin(), all->waits.end(), waitId);
+}
+
 namespace
 {
 
@@ -182,6 +187,14 @@ namespace
 
 constexpr size_t most_steps = 300;
 
+size_t workers_alive()
+{
+	return std::count_if(std::begin(all->workers), std::end(all->workers),
+			     [](const auto &worker) {
+				     return worker != nullptr;
+			     });
+}
+
 void stop_timers()
 {
 	for (u32 id = 1; id <= timers_max; ++id) {
@@ -242,6 +255,7 @@ void fuzz_calls(const u8 *bytes, size_t size)
 		}
 		forget_ended();
 		life::check();
+		EXPECT_EQ(life::threads(), workers_alive());
 	}
 	all->is_ending = true;
 	fake::fail_allocation(0);

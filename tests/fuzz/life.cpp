@@ -178,18 +178,6 @@ void check_accounts()
 	}
 }
 
-/* The threads in the list are those that have not ended. */
-void check_threads()
-{
-	auto *link = reinterpret_cast<const fake_link *>(&kthread_list);
-	const auto *const head = link;
-
-	do {
-		EXPECT_EQ(link->next->prev, link);
-		link = link->next;
-	} while (link != head);
-}
-
 void destroy_locks()
 {
 	while (_zorvaMutexDbg.head)
@@ -260,7 +248,6 @@ void check()
 	check_timers<hrt_timer>(_pZorvaHrtTimerList, _hrtTimerIndex,
 				hrt_timer_limit);
 	check_waits();
-	check_threads();
 }
 
 void end(leftovers what)
@@ -279,7 +266,7 @@ void end(leftovers what)
 	memset(_zorvaHrtTimerById, 0, sizeof(_zorvaHrtTimerById));
 	check();
 	EXPECT_EQ(_pZorvaMallocMemList, nullptr) << "a block is left";
-	EXPECT_EQ(zk_list_next(&kthread_list), &kthread_list);
+	EXPECT_EQ(threads(), 0u);
 	EXPECT_EQ(fake::open_files(), 0u);
 
 	_zorvaMutexDbg = {};
@@ -287,6 +274,20 @@ void end(leftovers what)
 	memset(_zorvaMallocMemUsage, 0, sizeof(_zorvaMallocMemUsage));
 	memset(_targetComp, 0, sizeof(_targetComp));
 	fake::restart();
+}
+
+size_t threads()
+{
+	const auto *const head =
+		reinterpret_cast<const fake_link *>(&kthread_list);
+	size_t count = 0;
+
+	for (const fake_link *link = head->next; link != head;
+	     link = link->next) {
+		EXPECT_EQ(link->next->prev, link);
+		++count;
+	}
+	return count;
 }
 
 const std::vector<std::string> &reports()

@@ -31,6 +31,9 @@ enum class leftovers {
 };
 void end(leftovers what);
 
+/* How many threads are listed. */
+size_t threads();
+
 /* The reports since the life began. */
 const std::vector<std::string> &reports();
 

@@ -51,6 +51,11 @@ done
 unset MAKEFLAGS MFLAGS MAKELEVEL MAKEOVERRIDES
 
 mkdir -p "$build"
+exec 9>"$build/.lock"
+flock -n 9 || {
+	echo "fuzz: waiting: another run uses $build"
+	flock 9
+}
 echo "fuzz: build"
 {
 	cmake -S "$root/tests/unit" -B "$build" -DZORVA_FUZZ=ON \
@@ -108,7 +113,11 @@ if [ -n "$keep" ] && [ "$failed" -eq 0 ]; then
 	for target in "${targets[@]}"; do
 		"$build/fuzz_$target" "${options[@]}" -use_counters=0 -merge=1 \
 			"$source/corpus/$target" "$build/found-$target" \
-			>"$build/$target-merge.log" 2>&1
+			>"$build/$target-merge.log" 2>&1 || {
+			tail -n 30 "$build/$target-merge.log" >&2
+			echo "fuzz: $target: cannot be merged" >&2
+			exit 1
+		}
 		echo "fuzz: $target: $(find "$source/corpus/$target" -type f |
 			wc -l) inputs kept"
 	done

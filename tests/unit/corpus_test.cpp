@@ -3,7 +3,6 @@
 #include "../fuzz/input.h"
 #include "kernel_test.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

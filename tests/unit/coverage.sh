@@ -30,13 +30,21 @@ if grep -rnE '(GCOVR?|LCOV)_EXCL' "$root/plat"; then
 	exit 1
 fi
 
-# Counts add up from one run to the next.
 mkdir -p "$build/html"
+exec 8>"$build/.lock-counts"
+flock -n 8 || {
+	echo "coverage: waiting: another run uses $build"
+	flock 8
+}
+
+# Counts add up from one run to the next.
 find "$build" -name '*.gcda' -delete
+touch "$build/started"
 "$source/run.sh" --coverage
 
 # Counts belong to lines by their numbers.
-if find "$root/plat" -name '*.[ch]*' -newer "$build/unit" | grep .; then
+if find "$root/plat" \( -name '*.cpp' -o -name '*.h' \) \
+	-newer "$build/started" | grep .; then
 	echo "coverage: changed while the tests ran" >&2
 	exit 1
 fi

@@ -46,6 +46,11 @@ show_log_and_die()
 }
 
 mkdir -p "$build"
+exec 9>"$build/.lock"
+flock -n 9 || {
+	echo "$name: waiting: another run uses $build"
+	flock 9
+}
 [ -z "$counts" ] || rm -f "$counts"
 
 cmake -S "$source" -B "$build" "${options[@]}" >"$log" 2>&1 ||
