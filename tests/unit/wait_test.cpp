@@ -512,23 +512,37 @@ TEST_F(WaitEvent, DiscardsSignalsAndGoesOn)
 	destroy_all();
 }
 
+/* A signal is discarded only by a wait that goes on. */
 TEST_F(WaitEvent, EndsWhenWokenTogetherWithASignal)
 {
 	create();
-	const pid_t pid = waiter(0);
-	/* Threads let no signals through, unless they ask for them. */
-	fake::leave_task(fake::start_task("victim", [] {
-		kernel_sigaction(SIGTERM, nullptr);
-		wait(0);
-	}));
-	fake::run_others();
+	for (const bool signal_first : { true, false }) {
+		bool pending = false;
+		/* Threads let no signals through, unless they ask for them. */
+		const pid_t pid = fake::start_task("victim", [&pending] {
+			kernel_sigaction(SIGTERM, nullptr);
+			EXPECT_EQ(wait(0), ok);
+			pending = zk_signal_pending();
+		});
+		fake::leave_task(pid);
+		fake::run_others();
+		EXPECT_EQ(fake::blocked_in(pid), "schedule");
+		fake::forget_calls();
 
-	fake::send_signal(pid + 1, SIGTERM);
-	wake(0);
-	fake::run_others();
+		if (signal_first)
+			fake::send_signal(pid, SIGTERM);
+		wake(0);
+		if (!signal_first)
+			fake::send_signal(pid, SIGTERM);
+		fake::run_others();
 
-	EXPECT_TRUE(fake::has_ended(pid));
-	EXPECT_TRUE(fake::has_ended(pid + 1));
+		EXPECT_TRUE(fake::has_ended(pid));
+		EXPECT_TRUE(pending);
+		EXPECT_EQ(fake::call_texts({ "prepare_to_wait_event",
+					     "finish_wait", "flush_signals" }),
+			  texts({ "prepare_to_wait_event 1", "finish_wait" }));
+		EXPECT_EQ(_zorvaWaitHead->count, 0);
+	}
 	destroy_all();
 }
 

@@ -28,19 +28,27 @@ s32 count_of(const wait_module *module)
 	return __atomic_load_n(&module->count, __ATOMIC_SEQ_CST);
 }
 
-/* Sleeps until the count has dropped; no signal ends that. */
+/*
+ * Sleeps until the count has dropped; no signal ends that. One that comes with
+ * the wake-up stays pending.
+ */
 void sleep_on(wait_module *module)
 {
 	while (count_of(module) >= 1) {
 		wait_queue_entry entry;
 
 		init_wait_entry(&entry, 0);
-		while (!prepare_to_wait_event(&module->queue, &entry,
-					      TASK_INTERRUPTIBLE)) {
+		for (;;) {
+			const long interrupted =
+				prepare_to_wait_event(&module->queue, &entry,
+						      TASK_INTERRUPTIBLE);
+
 			if (count_of(module) < 1) {
 				finish_wait(&module->queue, &entry);
 				return;
 			}
+			if (interrupted)
+				break;
 			schedule();
 		}
 		/* A signal has kept the entry out of the queue. */

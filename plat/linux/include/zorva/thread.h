@@ -61,8 +61,9 @@ u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
  * more: mutexes that it holds stay locked, and what it allocated stays
  * allocated. Elsewhere its entry function has to notice the signal; but
  * zorva_wait_event_track() discards it, and so a destruction during such a
- * wait is lost. On Linux 5.10 a second SIGKILL to a thread that has outlived
- * the first is no longer seen as fatal.
+ * wait is lost, unless the wait is woken before the thread has run again. On
+ * Linux 5.10 a second SIGKILL to a thread that has outlived the first is no
+ * longer seen as fatal.
  *
  * Context: Thread.
  * Return: %ZORVA_RC_OK: the signal was sent. %ZORVA_RC_BAD_COMPONENT,

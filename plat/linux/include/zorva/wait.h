@@ -66,8 +66,9 @@ u32 zorva_wait_module_destroy_track(u32 compId, u32 waitId, const char *file,
  *
  * Returns at once when there was a wake-up since the last wait returned; any
  * number of them counts once. There is no time limit, and signals do not end
- * the wait: they are discarded, that of zorva_thread_destroy_track() as well,
- * which is lost then.
+ * the wait: those that come before the wake-up are discarded, that of
+ * zorva_thread_destroy_track() as well, which is lost then. One that is pending
+ * when the wait need not sleep, or has been woken, stays so.
  *
  * Context: Thread; sleeps.
  * Return: %ZORVA_RC_OK: woken. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
