@@ -273,6 +273,28 @@ TYPED_TEST(Timer, IsFoundWhenALaterOneHasItsPlaceInTheTable)
 	EXPECT_EQ(this->start(2 * KIND::limit + 1, 100), not_found);
 }
 
+TYPED_TEST(Timer, IsNotFoundInAListWithoutItsMagic)
+{
+	USING_FIXTURE;
+	const u32 id = this->make();
+	this->start(id, 100);
+	KIND::list()->magic = 0;
+	fake::forget_calls();
+
+	EXPECT_EQ(this->start(id, 200), not_found);
+	EXPECT_EQ(this->stop(id), not_found);
+	EXPECT_EQ(this->new_reports(), "");
+	EXPECT_EQ(this->refresh(id, 200), not_found);
+
+	EXPECT_EQ(this->new_reports(),
+		  this->said("refresh", std::string("Stop ") +
+						KIND::kind_in_text +
+						" failed. (caller.c,30)"));
+	EXPECT_TRUE(fake::calls().empty());
+	KIND::list()->magic = 0xDEADBEEF;
+	EXPECT_EQ(this->state(this->newest()), "100 1 10 caller.c");
+}
+
 TYPED_TEST(Timer, IsNotFoundByAnIdThatNobodyHas)
 {
 	USING_FIXTURE;
@@ -371,6 +393,36 @@ TYPED_TEST(Timer, IsArmedAndDisarmedUnderTheTimerLock)
 	EXPECT_EQ(fake::calls().size(), 2u);
 	for (const fake::call &each : fake::calls())
 		EXPECT_TRUE(each.at.holds(&_zorvaTimerLock));
+}
+
+TYPED_TEST(Timer, IsCompleteBeforeTheLockIsGiven)
+{
+	USING_FIXTURE;
+	static u32 id;
+	static texts seen;
+	const auto look = [this](const void *lock) {
+		if (lock != &_zorvaTimerLock)
+			return;
+		const record *const timer = this->newest();
+		const int pending = fake::is_pending(&timer->timer);
+
+		seen.push_back(fake::format("%u: %s, %d", id,
+					    this->state(timer).c_str(),
+					    pending));
+	};
+	fake::before_spin_unlock(look);
+
+	KIND::init(owner, &id, note_expiry, 0, "caller.c", 7);
+	this->start(id, 100);
+	this->stop(id);
+	this->start(id, 200);
+	fake::sleep_for(200 * msec);
+	fake::before_spin_unlock(nullptr);
+
+	EXPECT_EQ(expiries.size(), 1u);
+	EXPECT_EQ(seen, texts({ "1: 0 0 0 , 0", "1: 100 1 10 caller.c, 1",
+				"1: 0 0 0 , 0", "1: 200 1 10 caller.c, 1",
+				"1: 0 0 0 , 0" }));
 }
 
 /* Stop. */

@@ -139,16 +139,18 @@ template <class Kind>
 }
 
 /*
- * Finds a timer; the lock is held. The table answers at once, but for an ID
- * that does not exist, or that shares its place with a later one, as can be
- * when an insertion has failed and its ID was skipped: then the list decides.
+ * Finds a timer; the lock is held, and there is a list. The table answers at
+ * once, but for an ID that does not exist, or that shares its place with a
+ * later one, as can be when an insertion has failed and its ID was skipped:
+ * then the list decides. A list without its magic has no timers.
  */
 template <class Kind>
 typename Kind::record *find(u32 timerId)
 {
 	auto *const timer = place_of<Kind>(timerId);
 
-	if (likely(timer && timer->timerId == timerId))
+	if (likely(timer && timer->timerId == timerId &&
+		   Kind::list()->magic == SYS_SLL_MAGIC))
 		return timer;
 	return look_for<Kind>(timerId);
 }
@@ -160,7 +162,10 @@ void clear_start(Record *timer)
 	timer->period = 0;
 	timer->running = 0;
 	timer->startLine = 0;
-	__builtin_memset(timer->startFile, 0, sizeof(timer->startFile));
+	/* Few words, when the compiler knows that they are words. */
+	__builtin_memset(__builtin_assume_aligned(timer->startFile,
+						  sizeof(u32)),
+			 0, sizeof(timer->startFile));
 }
 
 /* Makes a record with the next ID; null without memory. The lock is held. */

@@ -35,6 +35,7 @@ unsigned int hard_interrupts;
 unsigned int soft_interrupts;
 std::vector<held_lock> held;
 size_t locks_taken;
+std::function<void(const void *)> unlock_hook;
 
 std::vector<void (*)()> &restart_actions()
 {
@@ -45,6 +46,7 @@ std::vector<void (*)()> &restart_actions()
 
 const fake::at_restart forget_locks([] {
 	locks_taken = 0;
+	unlock_hook = nullptr;
 });
 
 } // namespace
@@ -94,6 +96,11 @@ context current_context()
 size_t spin_locks_taken()
 {
 	return locks_taken;
+}
+
+void before_spin_unlock(std::function<void(const void *lock)> hook)
+{
+	unlock_hook = std::move(hook);
 }
 
 hard_interrupt::hard_interrupt() : were_off_(irqs_off)
@@ -170,6 +177,8 @@ void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 		fake::complain("interrupts on under a spin lock");
 	if (held.back().flags != flags)
 		fake::complain("giving a spin lock with flags of another");
+	if (unlock_hook)
+		unlock_hook(lock);
 	irqs_off = held.back().flags == flags_off;
 	held.pop_back();
 }

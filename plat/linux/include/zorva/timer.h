@@ -37,7 +37,7 @@ extern "C" {
  * Return: %ZORVA_RC_OK: made, not running. %ZORVA_RC_BAD_COMPONENT or
  * %ZORVA_RC_NULL_ARG (@timerId, @callback or @file is null): reported, nothing
  * done. %ZORVA_RC_FAIL: the limit is reached, which was reported, or there is
- * no memory.
+ * no memory. %ZORVA_RC_BAD_VALUE: the list of timers was overwritten; reported.
  */
 u32 zorva_timer_init_track(u32 compId, u32 *timerId,
 			   void (*callback)(unsigned long data), u32 data,
@@ -135,7 +135,8 @@ u32 zorva_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
  * %ZORVA_RC_NULL_ARG (@timerId, @callback or @file is null): reported, nothing
  * done. %ZORVA_RC_FAIL: the limit is reached, which was reported, or there is
  * no memory. When there is no memory for the timer itself, its place is lost
- * for good and counts towards the limit.
+ * for good and counts towards the limit. %ZORVA_RC_BAD_VALUE: the list of
+ * timers was overwritten; reported.
  */
 u32 zorva_hrt_timer_init_track(u32 compId, u32 *timerId,
 			       void (*callback)(unsigned long data), u32 data,
