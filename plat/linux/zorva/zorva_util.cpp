@@ -95,12 +95,11 @@ void zorva_debug_print(u32 level, const char *file, const char *func, s32 line,
 	char text[report_size] = {};
 	va_list args;
 
-	if (!_sys_dbg_pr_fn)
-		return;
-
 	va_start(args, format);
 	vsnprintf(text, sizeof(text), format, args);
 	va_end(args);
+	if (!_sys_dbg_pr_fn)
+		return;
 	_sys_dbg_pr_fn(ZORVA_COMPONENT_SELF, -1, level, file, func, line, "%s",
 		       text);
 }
