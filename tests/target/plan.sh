@@ -42,12 +42,13 @@ suite msgq_align 3
 suite event 23
 suite event_fault 19
 suite sleep 26
-suite wait 29
+suite wait 30
 suite netevent 13
 suite sweep 9
-suite timer 39
-suite hrt 41
+suite timer 41
+suite hrt 42
 suite timer_load 13
 last proc_lifetime 8
-host check_atomics 4
+host check_atomics 6
+host check_modinfo 4
 '

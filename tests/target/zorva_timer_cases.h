@@ -684,6 +684,20 @@ static enum hrtimer_restart intrude(struct hrtimer *timer)
  * starts the timer just then makes the refresh's own start fail; it comes
  * after ever other times, until it has hit that place.
  */
+/* Not even a timer that is in it. */
+static void in_a_torn_list_no_timer_is_found(struct kunit *test)
+{
+	struct pooled *const timer = take(test, 0);
+	u32 result = POISON;
+
+	ZT_WITH_WORD(list->magic, 0, result = start(timer, LONG_MSECS));
+	KUNIT_EXPECT_EQ(test, result, 0x7000000Eu);
+	ZT_WITH_WORD(list->magic, 0, result = stop(timer));
+	KUNIT_EXPECT_EQ(test, result, 0x7000000Eu);
+	expect_cleared(test, zt_started_of(&KIND, timer->record));
+	ZT_EXPECT_NO_REPORTS(test);
+}
+
 static void a_refresh_reports_that_its_start_failed(struct kunit *test)
 {
 	struct intruder intruder = { .pooled = take(test, 0) };
@@ -1058,6 +1072,7 @@ static void the_suites_that_follow_have_timers_left(struct kunit *test)
 		KUNIT_CASE(a_refresh_starts_an_idle_timer),                    \
 		KUNIT_CASE(a_refresh_sets_a_running_timer_anew),               \
 		KUNIT_CASE(an_unknown_id_is_not_found),                        \
+		KUNIT_CASE(in_a_torn_list_no_timer_is_found),                  \
 		KUNIT_CASE(a_refresh_reports_that_its_start_failed),           \
 		KUNIT_CASE(a_callback_can_start_its_timer_again),              \
 		KUNIT_CASE(a_callback_can_refresh_its_timer),                  \

@@ -124,6 +124,32 @@ static void a_timer_expires_with_the_kernels_own(struct kunit *test)
 	}
 }
 
+/*
+ * What an interrupt can do that starts a timer again after the kernel has taken
+ * it for expired, and before its expiry is marked.
+ */
+static void a_timer_left_pending_is_armed_anew(struct kunit *test)
+{
+	struct pooled *const timer = take(test, 0);
+	struct zt_tick_record *const record = timer->record;
+	unsigned long expiry;
+	u32 result;
+
+	KUNIT_EXPECT_EQ(test, start(timer, LONG_MSECS), ZORVA_RC_OK);
+	local_bh_disable();
+	record->timer.function(&record->timer);
+	expect_cleared(test, &record->started);
+	KUNIT_EXPECT_TRUE(test, timer_pending(&record->timer));
+	result = start(timer, 20);
+	expiry = record->timer.expires;
+	local_bh_enable();
+
+	KUNIT_EXPECT_EQ(test, result, ZORVA_RC_OK);
+	ZT_WAIT_FOR(test, timer->expiries == 2, 500);
+	KUNIT_EXPECT_GE(test, (long)(timer->jiffies - expiry), 0l);
+	KUNIT_EXPECT_FALSE(test, timer_pending(&record->timer));
+}
+
 static void a_record_has_the_owners_data_and_a_plain_timer(struct kunit *test)
 {
 	const struct pooled *const timer = take(test, 1);
@@ -151,6 +177,7 @@ static struct kunit_case cases[] = {
 	KUNIT_CASE(the_product_of_a_long_period_wraps),
 	KUNIT_CASE(a_period_that_wrapped_to_nothing_expires_at_once),
 	KUNIT_CASE(a_timer_expires_with_the_kernels_own),
+	KUNIT_CASE(a_timer_left_pending_is_armed_anew),
 	KUNIT_CASE(a_record_has_the_owners_data_and_a_plain_timer),
 	KUNIT_CASE(the_suites_that_follow_have_timers_left),
 	{}

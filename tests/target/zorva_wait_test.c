@@ -386,6 +386,31 @@ static void signals_from_before_a_wait_are_discarded_as_well(struct kunit *test)
 	destroy(test, id);
 }
 
+/* The waiter does not run before both are there, in either order. */
+static void a_signal_stays_when_it_comes_with_the_wake_up(struct kunit *test)
+{
+	const u32 id = create(test);
+	struct zt_sleeper *waiter;
+	unsigned int wake_first;
+
+	for (wake_first = 0; wake_first < 2; wake_first++) {
+		waiter = zt_start_sleeper(test, wait, id);
+		zt_expect_asleep(test, waiter);
+		preempt_disable();
+		if (wake_first)
+			KUNIT_EXPECT_EQ(test, wake(id), ZORVA_RC_OK);
+		KUNIT_EXPECT_EQ(test, send_sig(SIGUSR1, waiter->task, 1), 0);
+		if (!wake_first)
+			KUNIT_EXPECT_EQ(test, wake(id), ZORVA_RC_OK);
+		preempt_enable();
+		zt_expect_returned(test, waiter);
+		KUNIT_EXPECT_TRUE(test, waiter->signals_left);
+		zt_let_go(test, waiter);
+		zt_forget_reports();
+	}
+	destroy(test, id);
+}
+
 /* A wait that need not sleep leaves signals alone. */
 static void signals_stay_when_a_wait_does_not_sleep(struct kunit *test)
 {
@@ -785,6 +810,7 @@ static struct kunit_case cases[] = {
 	KUNIT_CASE(sigterm_does_not_end_a_wait),
 	KUNIT_CASE(a_kill_does_not_end_a_wait),
 	KUNIT_CASE(signals_from_before_a_wait_are_discarded_as_well),
+	KUNIT_CASE(a_signal_stays_when_it_comes_with_the_wake_up),
 	KUNIT_CASE(signals_stay_when_a_wait_does_not_sleep),
 	KUNIT_CASE(a_wake_up_may_come_from_any_context),
 	KUNIT_CASE(wait_modules_come_and_go_in_any_context),
