@@ -80,7 +80,7 @@ target-test: kernel ## the tests on the board
 	@$(with_kernel) target/board.sh test
 
 .PHONY: test-kernels
-test-kernels: ## target-test on the debug kernel and the stock kernel
+test-kernels: ## target-test on the debug kernel, the stock one, and a coarse clock
 	@target/install-deps.sh target
 	@tests/target/kernels.sh
 

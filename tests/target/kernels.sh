@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: GPL-2.0
 #
 # The target tests on the board's other kernels, with one summary: the one
-# that watches itself, and the stock one, which does not let modules choose a
-# real-time priority.
+# that watches itself, the stock one, which does not let modules choose a
+# real-time priority, and the board's own without a clock but its ticks.
 set -euo pipefail
 
 # shellcheck source=target/lib.sh
@@ -86,6 +86,7 @@ on()
 # takes instructions, so this board runs by the host's time.
 BOARD_ICOUNT='' on debug "--append slub_debug=FZ" --with target/kernel/debug.config
 on stock "" --without-patches
+on coarse "--append clocksource=jiffies"
 
 say "== all kernels"
 printf '%s' "$summary"

@@ -23,6 +23,12 @@
 
 #define ZT_SLEEPER_COMPONENT 46u
 
+/* Where the kernel has no better clock than its ticks, timers go by them. */
+static inline bool zt_clock_is_coarse(void)
+{
+	return ktime_get_resolution_ns() >= NSEC_PER_SEC / HZ;
+}
+
 struct zt_sleeper {
 	u32 (*call)(u32 arg);
 	u32 arg;

@@ -787,7 +787,7 @@ static void no_wait_misses_a_wake_up_by_an_interrupt(struct kunit *test)
 	destroy_hrtimer_on_stack(&waker.timer);
 
 	KUNIT_EXPECT_EQ(test, results | waker.results, ZORVA_RC_OK);
-	KUNIT_EXPECT_GT(test, waits, 500u);
+	KUNIT_EXPECT_GT(test, waits, zt_clock_is_coarse() ? 30u : 500u);
 	KUNIT_EXPECT_LE(test, waits, waker.wakes);
 	ZT_EXPECT_NO_REPORTS(test);
 	destroy(test, waker.id);

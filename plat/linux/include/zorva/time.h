@@ -77,10 +77,11 @@ u32 zorva_time_secs_ret(void);
 
 /**
  * zorva_time_usleep() - sleeps for microseconds
- * @usecs: how long. Below 10,000 it sleeps at least that long: where
- *         high-resolution timers are in use, the timer fires at most 3
- *         microseconds late, otherwise it yields until the time is over. From
- *         10,000 on it is rounded down to ticks of 10 ms.
+ * @usecs: how long. Below 10,000 it sleeps at least that long: at most 3
+ *         microseconds more where high-resolution timers are in use, and up to
+ *         the next tick elsewhere. Where the kernel's clock itself goes by
+ *         ticks, it yields until the time is over. From 10,000 on it is
+ *         rounded down to ticks of 10 ms.
  *
  * Signals are looked at in a sleep of ticks only. One that comes is discarded,
  * and the sleep goes on; but SIGKILL and SIGTERM end a kernel thread of this
