@@ -68,6 +68,41 @@ protected:
 		return std::string(start, end);
 	}
 
+	/* What the lock guards: the newest block, the list, an account. */
+	struct guarded {
+		std::string block; /* from header to guard */
+		std::vector<void *> listed;
+		zorva_mem_usage_t usage;
+	};
+
+	/* The same as a call finds it under the lock, and as it leaves it. */
+	static std::pair<guarded, guarded>
+	under_the_lock(const std::function<void()> &call)
+	{
+		const auto look = [](guarded &now) {
+			const fake::heap_call &newest =
+				fake::heap_calls().back();
+			const auto *const start =
+				static_cast<const char *>(newest.block);
+
+			now = { { start, newest.size },
+				listed(),
+				usage(owner) };
+		};
+		guarded found, left;
+
+		fake::after_spin_lock([&](const void *) {
+			look(found);
+		});
+		fake::before_spin_unlock([&](const void *) {
+			look(left);
+		});
+		call();
+		fake::after_spin_lock(nullptr);
+		fake::before_spin_unlock(nullptr);
+		return { found, left };
+	}
+
 	static size_t frees()
 	{
 		size_t count = 0;

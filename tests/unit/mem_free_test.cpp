@@ -10,8 +10,33 @@ constexpr u32 alive = 0xAAAAAAAA;
 constexpr u32 freed = 0xDEADBEEF;
 constexpr u32 header_magic = 0xCAFEBABE;
 
-class Free : public TrackedMemoryTest {};
-class FreeCleanup : public TrackedMemoryTest {};
+class FreeTest : public TrackedMemoryTest {
+protected:
+	/* Proves that a free changes all that it does under the lock. */
+	static void retires_under_the_lock(void (*free)(void *block))
+	{
+		char *const older = allocate(4);
+		char *const block = allocate(10);
+		const std::string before = bytes(block);
+
+		const auto [found, left] = under_the_lock([&] {
+			free(block);
+		});
+
+		EXPECT_EQ(found.block, before);
+		EXPECT_EQ(found.listed, (std::vector<void *>{ block, older }));
+		EXPECT_EQ(found.usage, (zorva_mem_usage_t{ 14, 14, 2, 0 }));
+		fake::allow_access_to_freed(header(block), before.size());
+		EXPECT_EQ(left.block, bytes(block));
+		EXPECT_EQ(left.listed, std::vector<void *>{ older });
+		EXPECT_EQ(left.usage, (zorva_mem_usage_t{ 4, 14, 2, 1 }));
+
+		zorva_free_track(owner, older, "caller.c", 8);
+	}
+};
+
+class Free : public FreeTest {};
+class FreeCleanup : public FreeTest {};
 
 std::string free_says(const std::string &text)
 {
@@ -76,6 +101,13 @@ TEST_F(Free, CallsTheHeapWithoutTheLock)
 
 	ASSERT_EQ(fake::heap_calls().back().what, fake::heap_call::freed);
 	EXPECT_TRUE(fake::heap_calls().back().at.may_sleep());
+}
+
+TEST_F(Free, MarksUnlinksAndCountsABlockUnderTheLock)
+{
+	retires_under_the_lock([](void *block) {
+		zorva_free_track(owner, block, "caller.c", 8);
+	});
 }
 
 TEST_F(Free, MarksTheBlockAndKeepsTheRestOfItsHeader)
@@ -225,6 +257,23 @@ TEST_F(Free, FreesABlockWithADamagedOwnerFromNobodysAccount)
 	EXPECT_EQ(usage(owner), before);
 	EXPECT_EQ(_pZorvaMallocMemList, nullptr);
 	EXPECT_EQ(frees(), 1u);
+}
+
+TEST_F(Free, DebitsWhateverComponentTheBlockNames)
+{
+	for (u32 id : { 0u, other, 56u }) {
+		char *const block = allocate(10);
+
+		header(block)->compId = id;
+		usage(id).currUsage = 15;
+		zorva_free_track(owner, block, "caller.c", 8);
+
+		EXPECT_EQ(usage(id), (zorva_mem_usage_t{ 5, 0, 0, 1 })) << id;
+	}
+
+	EXPECT_EQ(all_reports(), "");
+	EXPECT_EQ(usage(owner), (zorva_mem_usage_t{ 30, 30, 3, 0 }));
+	EXPECT_EQ(frees(), 3u);
 }
 
 /* Free: torn blocks. */
@@ -448,15 +497,19 @@ TEST_F(Free, ReportsAWrongStartBeforeATornGuard)
 	leave(block);
 }
 
-TEST_F(Free, ReportsDamageAndDumpsTheStackUnderTheLock)
+TEST_F(Free, LooksForDamageReportsItAndDumpsTheStackUnderTheLock)
 {
 	char *const blocks[] = { allocate(4), allocate(4), allocate(4),
 				 allocate(4) };
+	u32 *const words[] = { &header(blocks[0])->magic,
+			       &header(blocks[1])->inUse,
+			       &header(blocks[2])->startMagic,
+			       &guard(blocks[3]) };
+	u32 locked = 0;
 
-	header(blocks[0])->magic = 0;
-	header(blocks[1])->inUse = 0;
-	header(blocks[2])->startMagic = 0;
-	guard(blocks[3]) = 0;
+	fake::after_spin_lock([&](const void *) {
+		*words[locked++] = 0;
+	});
 	for (char *block : blocks)
 		zorva_free_track(owner, block, "caller.c", 8);
 
@@ -522,6 +575,13 @@ TEST_F(FreeCleanup, GivesTheBlockBackAndForgetsIt)
 	EXPECT_EQ(_pZorvaMallocMemList, nullptr);
 	EXPECT_EQ(fake::heap_calls().back().block, address - header_size);
 	EXPECT_TRUE(fake::heap_calls().back().at.may_sleep());
+}
+
+TEST_F(FreeCleanup, MarksUnlinksAndCountsABlockUnderTheLock)
+{
+	retires_under_the_lock([](void *block) {
+		zorva_free_cleanup(&block);
+	});
 }
 
 TEST_F(FreeCleanup, MarksTheBlockAndKeepsItsLinks)
@@ -671,21 +731,25 @@ TEST_F(FreeCleanup, ReportsADoubleFreeBeforeATornGuard)
 	leave(block);
 }
 
-TEST_F(FreeCleanup, ReportsUnderTheLockAndNeverDumpsTheStack)
+TEST_F(FreeCleanup, LooksForDamageAndReportsItUnderTheLockWithoutAStack)
 {
-	void *first = allocate(10);
-	void *second = allocate(10);
+	void *blocks[] = { allocate(10), allocate(10), allocate(10) };
+	u32 *const words[] = { &header(blocks[0])->inUse,
+			       &header(blocks[1])->startMagic,
+			       &guard(blocks[2]) };
+	u32 locked = 0;
 
-	header(first)->inUse = 0;
-	guard(second) = 0;
-	zorva_free_cleanup(&first);
-	zorva_free_cleanup(&second);
+	fake::after_spin_lock([&](const void *) {
+		*words[locked++] = 0;
+	});
+	for (void *&block : blocks)
+		zorva_free_cleanup(&block);
 
-	ASSERT_EQ(reports().size(), 2u);
-	EXPECT_TRUE(reports()[0].at.holds(&_mallocMemLck));
-	EXPECT_TRUE(reports()[1].at.holds(&_mallocMemLck));
+	ASSERT_EQ(reports().size(), 3u);
+	for (const report &each : reports())
+		EXPECT_TRUE(each.at.holds(&_mallocMemLck));
 	EXPECT_EQ(fake::log_text(), "");
 
-	leave(first);
-	leave(second);
+	for (void *block : blocks)
+		leave(block);
 }

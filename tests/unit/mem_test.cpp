@@ -386,6 +386,26 @@ TEST_F(Allocation, WorksInASoftInterrupt)
 	EXPECT_EQ(usage(owner), (zorva_mem_usage_t{ 0, 10, 1, 1 }));
 }
 
+TEST_F(Allocation, FillsListsAndCountsABlockUnderTheLock)
+{
+	char *const older = allocate(4);
+	char *block = nullptr;
+
+	const auto [found, left] = under_the_lock([&] {
+		block = allocate(10);
+	});
+
+	EXPECT_EQ(found.block, std::string(68, '\0'));
+	EXPECT_EQ(found.listed, std::vector<void *>{ older });
+	EXPECT_EQ(found.usage, (zorva_mem_usage_t{ 4, 4, 1, 0 }));
+	EXPECT_EQ(left.block, bytes(block));
+	EXPECT_EQ(left.listed, (std::vector<void *>{ block, older }));
+	EXPECT_EQ(left.usage, (zorva_mem_usage_t{ 14, 14, 2, 0 }));
+
+	zorva_free_track(owner, block, "caller.c", 8);
+	zorva_free_track(owner, older, "caller.c", 8);
+}
+
 TEST_F(Allocation, LeavesInterruptsOffThatWereOff)
 {
 	const fake::interrupts_off off;

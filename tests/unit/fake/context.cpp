@@ -35,6 +35,7 @@ unsigned int hard_interrupts;
 unsigned int soft_interrupts;
 std::vector<held_lock> held;
 size_t locks_taken;
+std::function<void(const void *)> lock_hook;
 std::function<void(const void *)> unlock_hook;
 
 std::vector<void (*)()> &restart_actions()
@@ -46,6 +47,7 @@ std::vector<void (*)()> &restart_actions()
 
 const fake::at_restart forget_locks([] {
 	locks_taken = 0;
+	lock_hook = nullptr;
 	unlock_hook = nullptr;
 });
 
@@ -96,6 +98,11 @@ context current_context()
 size_t spin_locks_taken()
 {
 	return locks_taken;
+}
+
+void after_spin_lock(std::function<void(const void *lock)> hook)
+{
+	lock_hook = std::move(hook);
 }
 
 void before_spin_unlock(std::function<void(const void *lock)> hook)
@@ -164,6 +171,8 @@ unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 	irqs_off = true;
 	++locks_taken;
 	held.push_back({ lock, flags });
+	if (lock_hook)
+		lock_hook(lock);
 	return flags;
 }
 

@@ -64,7 +64,8 @@ struct context {
 context current_context();
 /* How often any spin lock was taken. */
 size_t spin_locks_taken();
-/* Is called each time a spin lock is given, while it is still held. */
+/* Are called each time a spin lock was taken, and before it is given. */
+void after_spin_lock(std::function<void(const void *lock)> hook);
 void before_spin_unlock(std::function<void(const void *lock)> hook);
 
 /* While they live: a hard interrupt, a soft interrupt, interrupts off. */
