@@ -10,6 +10,7 @@ namespace
 
 std::vector<report> recorded;
 size_t seen;
+std::function<void(const report &)> hook;
 
 std::string as_text(const report &each)
 {
@@ -39,6 +40,13 @@ void record_report(u32 compId, s32 unit, u32 level, const char *file,
 
 	recorded.push_back({ level, file, func, line, text,
 			     fake::current_context(), fake::log_size() });
+	if (hook)
+		hook(report(recorded.back()));
+}
+
+void on_report(std::function<void(const report &made)> function)
+{
+	hook = std::move(function);
 }
 
 const std::vector<report> &reports()

@@ -30,6 +30,9 @@ struct report {
 void record_report(u32 compId, s32 unit, u32 level, const char *file,
 		   const char *func, s32 line, const char *format, ...);
 
+/* Is called at each report. */
+void on_report(std::function<void(const report &made)> hook);
+
 /* The reports so far. Those that no test looked at fail it when it ends. */
 const std::vector<report> &reports();
 

@@ -128,6 +128,18 @@ TEST_F(NetworkEvent, IsNotSubscribedToWhenTheKernelRefuses)
 	EXPECT_EQ(_zorvaMallocMemUsage[owner].freeCount, 1u);
 }
 
+TEST_F(NetworkEvent, HasTheHandleOfARefusalFreedForItsComponent)
+{
+	fake::on_call([](const fake::call &made) {
+		tear(const_cast<void *>(made.object));
+	});
+	fake::refuse_netevents(-12);
+
+	subscribe();
+
+	expect_torn_free("PORT", "zorva_util.cpp");
+}
+
 TEST_F(NetworkEvent, IsSubscribedToWhateverResultIsNotNegative)
 {
 	fake::refuse_netevents(1);
@@ -168,6 +180,16 @@ TEST_F(NetworkEvent, IsWithdrawnFromByAnyComponent)
 	EXPECT_TRUE(heard.empty());
 	EXPECT_EQ(_zorvaMallocMemUsage[owner].currUsage, 0u);
 	EXPECT_EQ(all_reports(), "");
+}
+
+TEST_F(NetworkEvent, HasItsHandleFreedForWhoeverWithdraws)
+{
+	struct notifier_block *const handle = subscribe();
+	tear(handle);
+
+	EXPECT_EQ(zorva_netevent_ntfy_unregister(other, handle), ok);
+
+	expect_torn_free("VLAN", "zorva_util.cpp");
 }
 
 TEST_F(NetworkEvent, KeepsAHandleThatTheKernelDoesNotKnow)

@@ -32,6 +32,11 @@ size_t tracked_blocks()
 	return count;
 }
 
+void tear(void *block)
+{
+	*guard_of(static_cast<zorva_mem_block_hdr_t *>(block) - 1) = 0;
+}
+
 void leave(const void *block)
 {
 	fake::leave_allocated(
@@ -154,6 +159,17 @@ unsigned int ServiceTest::fail_each_allocation(
 	}
 }
 
+void ServiceTest::expect_torn_free(const std::string &component,
+				   const std::string &file)
+{
+	EXPECT_TRUE(last_report().starts_with(
+		"1 zorva_mem.cpp zorva_free_track: Memory corruption: guard "
+		"overwritten (" +
+		component + ", " + file + ":"))
+		<< last_report();
+	EXPECT_EQ(fake::kernel_log().back().text, "<stack>\n");
+}
+
 /*
  * Whoever may have to wait holds neither a registry of locks nor the list of
  * queues; so no two of them are ever held together.
@@ -175,6 +191,7 @@ static void expect_lock_order()
 void ServiceTest::TearDown()
 {
 	fake::on_call(nullptr);
+	on_report(nullptr);
 	expect_lock_order();
 	if (_zorvaMutexDbg.initialised) {
 		EXPECT_EQ(zk_sema_count(&_zorvaMutexDbg.lock), 1u);

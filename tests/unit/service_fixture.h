@@ -27,6 +27,8 @@ texts complaints_of(const std::function<void()> &call);
 
 /* The blocks that the module has, and has not left for good. */
 size_t tracked_blocks();
+/* Overwrites a tracked block's guard: its free is reported then. */
+void tear(void *block);
 /* Accepts that a tracked block is not freed when the test ends. */
 void leave(const void *block);
 
@@ -74,6 +76,13 @@ protected:
 	 */
 	static unsigned int
 	fail_each_allocation(const std::function<void(unsigned int nth)> &call);
+
+	/*
+	 * Proves that the last report is of a torn block, which was freed from
+	 * that file in the component's name.
+	 */
+	static void expect_torn_free(const std::string &component,
+				     const std::string &file);
 
 	/* Also that locks were taken in order, and no registry is left locked. */
 	void TearDown() override;

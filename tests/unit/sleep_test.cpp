@@ -275,6 +275,19 @@ TEST_F(MicrosecondSleep, EndsADestroyedThreadAndDiscardsItsSignals)
 	reports();
 }
 
+TEST_F(MicrosecondSleep, EndsAThreadForTheModulesOwnComponent)
+{
+	const pid_t pid = thread([] {
+		zorva_time_usleep(1000000);
+	});
+	tear(_pZorvaMallocMemList + 1);
+
+	fake::send_signal(pid, SIGKILL);
+	fake::run_others();
+
+	expect_torn_free("ZORVA", "zorva_thread.cpp");
+}
+
 TEST_F(MicrosecondSleep, ReturnsFromAThreadThatCannotBeEnded)
 {
 	for (int signal : { SIGTERM, SIGKILL }) {

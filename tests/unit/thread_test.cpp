@@ -169,6 +169,31 @@ TEST_F(TrackedThread, IsListedBeforeItsCreatorGoesOn)
 	open_gate(1);
 }
 
+TEST_F(TrackedThread, IsNamedAndListedBeforeItWakesItsCreator)
+{
+	std::string listed;
+	std::string name;
+	fake::on_call([&](const fake::call &made) {
+		if (made.text == "set_user_nice 101 -5")
+			fake::rename_self("another");
+		if (made.text == "up" && made.by == 101) {
+			listed = run_report(zorva_thread_dump, 4096).text;
+			name = fake::comm_of(101);
+		}
+	});
+
+	create("worker");
+
+	EXPECT_EQ(listed, "Component : PORT\n"
+			  "Name      : worker\n"
+			  "PID       : 101\n"
+			  "State     : 0\n"
+			  "Priority  : 100\n"
+			  "\n");
+	EXPECT_EQ(name, "worker");
+	open_gate(1);
+}
+
 TEST_F(TrackedThread, LetsItsCreatorGoOnBeforeItsEntryEnds)
 {
 	const pid_t pid = create("worker");
@@ -303,6 +328,39 @@ TEST_F(TrackedThread, IsNotMadeWithoutAThreadOfTheKernel)
 	EXPECT_EQ(file_text("zorva.thread"), "");
 }
 
+TEST_F(TrackedThread, IsReportedAsNotMadeBeforeItsRecordIsFreed)
+{
+	fake::on_call([](const fake::call &made) {
+		if (made.text == "kthread_create_on_node -1 %s worker")
+			tear(newest_record());
+	});
+	fake::refuse_threads(1);
+
+	create("worker");
+
+	ASSERT_EQ(reports().size(), 2u);
+	EXPECT_EQ(reports()[0].text, "create thread failed. (caller.c, 7)");
+	expect_torn_free("PORT", "zorva_thread.cpp");
+}
+
+/* The kernel's oops ends its creator. */
+TEST_F(TrackedThread, IsWokenEvenWhenItIsAnError)
+{
+	fake::fail_threads(-12);
+	fake::start_task("creator", [] {
+		create("worker");
+	});
+
+	EXPECT_EQ(complaints_of(fake::run_others),
+		  texts{ "Failed\nthe kernel forbids: "
+			 "waking up an error pointer" });
+
+	EXPECT_EQ(fake::call_texts({ "wake_up_process" }),
+		  texts{ "wake_up_process -12" });
+	EXPECT_EQ(all_reports(), "");
+	leave(newest_record());
+}
+
 /* Priorities. */
 
 TEST_F(ThreadPriority, BecomesANiceValue)
@@ -433,7 +491,7 @@ TEST_F(TrackedThread, EndsForAnyComponent)
 		body = [&] {
 			if (waits)
 				down(&gate);
-			*guard_of(_pZorvaMallocMemList) = 0;
+			tear(newest_record());
 			zorva_thread_exit_track(other, 0, "body.c", 3);
 		};
 
@@ -442,12 +500,7 @@ TEST_F(TrackedThread, EndsForAnyComponent)
 			up(&gate);
 		fake::run_others();
 
-		EXPECT_EQ(last_report().find(
-				  "1 zorva_mem.cpp zorva_free_track: Memory "
-				  "corruption: guard overwritten (VLAN, "
-				  "zorva_thread.cpp:"),
-			  0u)
-			<< last_report();
+		expect_torn_free("VLAN", "zorva_thread.cpp");
 		EXPECT_EQ(_zorvaMallocMemUsage[owner].currUsage, 0u);
 		EXPECT_EQ(_zorvaMallocMemUsage[owner].freeCount, waits + 1u);
 	}
@@ -455,17 +508,25 @@ TEST_F(TrackedThread, EndsForAnyComponent)
 	reports();
 }
 
+TEST_F(TrackedThread, EndsForItsOwnComponentWhenItsEntryReturns)
+{
+	body = [] {
+		tear(newest_record());
+	};
+
+	zorva_thread_create_track(56, "worker", 0, nice_5, run_body, nullptr,
+				  "caller.c", 7);
+
+	expect_torn_free("DIAG", "zorva_thread.cpp");
+}
+
 TEST_F(TrackedThread, IsTakenOutOfTheListBeforeItIsReportedToEnd)
 {
-	std::string listed = "nothing was printed";
-	body = [&] {
-		fake::on_call([&](const fake::call &made) {
-			if (made.text.find("put_task_struct") == 0)
-				listed =
-					run_report(zorva_thread_dump, 4096).text;
-		});
-		zorva_thread_exit_track(owner, 0, "body.c", 3);
-	};
+	std::string listed = "nothing was reported";
+	on_report([&](const report &made) {
+		if (made.text == "Thread 'worker' exit")
+			listed = run_report(zorva_thread_dump, 4096).text;
+	});
 
 	create("worker", nice_5, run_body);
 
@@ -605,6 +666,20 @@ TEST_F(TrackedThread, CannotGoWhileItIsToldToEnd)
 	open_gate(1);
 }
 
+TEST_F(TrackedThread, IsToldToEndBeforeThatIsReported)
+{
+	const pid_t pid = create("worker");
+	size_t told = 0;
+	on_report([&](const report &) {
+		told = fake::calls_to({ "kill_pid" }).size();
+	});
+
+	zorva_thread_destroy_track(owner, pid, "caller.c", 9);
+
+	EXPECT_EQ(told, 1u);
+	open_gate(1);
+}
+
 TEST_F(TrackedThread, IsFoundAmongOthersByItsPid)
 {
 	create("first");
@@ -720,6 +795,12 @@ TEST_F(ThreadReport, HoldsTheListAndEachTaskWhileItPrints)
 	create("first");
 	create("second");
 	fake::forget_calls();
+	const unsigned int references = fake::references_to(101);
+	std::vector<unsigned int> held;
+	fake::on_seq_print([&](const fake::seq_print &) {
+		held.push_back(
+			fake::references_to(held.size() < 6 ? 102 : 101));
+	});
 
 	const report_run run = run_report(zorva_thread_dump, 4096);
 
@@ -730,5 +811,6 @@ TEST_F(ThreadReport, HoldsTheListAndEachTaskWhileItPrints)
 	EXPECT_EQ(fake::call_texts({ "get_task_struct", "put_task_struct" }),
 		  texts({ "get_task_struct 102", "put_task_struct 102",
 			  "get_task_struct 101", "put_task_struct 101" }));
+	EXPECT_EQ(held, std::vector<unsigned int>(12, references + 1));
 	open_gate(2);
 }

@@ -238,6 +238,8 @@ struct seq_print {
 
 /* Every print into a sequence file, in runs that overflowed too. */
 const std::vector<seq_print> &seq_prints();
+/* Is called at each of them. */
+void on_seq_print(std::function<void(const seq_print &made)> hook);
 
 } // namespace fake
 

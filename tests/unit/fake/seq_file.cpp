@@ -18,9 +18,11 @@ constexpr int EAGAIN_ = 11;
 constexpr int EINVAL_ = 22;
 
 std::vector<fake::seq_print> prints;
+std::function<void(const fake::seq_print &)> print_hook;
 
 const fake::at_restart forget_prints([] {
 	prints.clear();
+	print_hook = nullptr;
 });
 
 } // namespace
@@ -213,6 +215,11 @@ const std::vector<seq_print> &seq_prints()
 	return prints;
 }
 
+void on_seq_print(std::function<void(const seq_print &made)> hook)
+{
+	print_hook = std::move(hook);
+}
+
 } // namespace fake
 
 int single_open_size(struct file *file,
@@ -265,6 +272,8 @@ void seq_vprintf(struct seq_file *seq, const char *fmt, va_list args)
 	const std::string text = fake::vformat(fmt, args);
 
 	prints.push_back({ text, fake::current_context() });
+	if (print_hook)
+		print_hook(prints.back());
 	if (seq->count + text.size() < seq->size) {
 		memcpy(seq->buf + seq->count, text.data(), text.size());
 		seq->count += text.size();

@@ -8,11 +8,13 @@ namespace
 {
 
 unsigned int threads_refused;
+int thread_error;
 int scheduler_error;
 bool pids_hidden;
 
 const fake::at_restart refuse_nothing([] {
 	threads_refused = 0;
+	thread_error = 0;
 	scheduler_error = 0;
 	pids_hidden = false;
 });
@@ -20,6 +22,16 @@ const fake::at_restart refuse_nothing([] {
 bool is_dead(const task_struct *task)
 {
 	return task->state == state_dead;
+}
+
+[[noreturn]] void end_running_task(long code)
+{
+	task_struct *const self = fake::running();
+
+	if (self->number == fake::main_pid)
+		fake::fatal("the test's own task is ended");
+	self->exit_code = code;
+	longjmp(self->end, 1);
 }
 
 } // namespace
@@ -68,6 +80,11 @@ unsigned int references_to(pid_t pid)
 void refuse_threads(unsigned int count)
 {
 	threads_refused = count;
+}
+
+void fail_threads(int error)
+{
+	thread_error = error;
 }
 
 void refuse_scheduler(int error)
@@ -158,6 +175,8 @@ struct task_struct *kthread_create_on_node(int (*fn)(void *data), void *data,
 		--threads_refused;
 		return nullptr;
 	}
+	if (thread_error)
+		return reinterpret_cast<task_struct *>(thread_error);
 	fake::running();
 
 	task_struct *const task = fake::make_task(name, true);
@@ -171,6 +190,11 @@ struct task_struct *kthread_create_on_node(int (*fn)(void *data), void *data,
 
 int wake_up_process(struct task_struct *task)
 {
+	if (thread_error && task == reinterpret_cast<void *>(thread_error)) {
+		fake::record(fake::format("wake_up_process %d", thread_error));
+		fake::complain("waking up an error pointer");
+		end_running_task(SIGKILL);
+	}
 	fake::record(fake::format("wake_up_process %d", task->number), task);
 	return fake::wake(task, state_interruptible | state_uninterruptible);
 }
@@ -189,14 +213,9 @@ int zk_sched_setscheduler(struct task_struct *task, int policy, int priority)
 
 void zk_complete_and_exit(long code)
 {
-	task_struct *const self = fake::running();
-
 	fake::record(fake::format("complete_and_exit %ld", code));
 	fake::might_sleep("complete_and_exit");
-	if (self->number == fake::main_pid)
-		fake::fatal("the test's own task is ended");
-	self->exit_code = code;
-	longjmp(self->end, 1);
+	end_running_task(code);
 }
 
 void schedule(void)

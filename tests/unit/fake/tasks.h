@@ -55,6 +55,11 @@ struct task_struct *task_of(pid_t pid);
 
 /* Makes no thread for the next so many that are asked for. */
 void refuse_threads(unsigned int count);
+/*
+ * Makes no thread from now on, but returns an error as a pointer. A task that
+ * wakes that up is complained of, and ends as it does in the kernel.
+ */
+void fail_threads(int error);
 /* Makes the setting of a scheduler fail with an error. */
 void refuse_scheduler(int error);
 /* Makes waits for a semaphore that have a time limit fail with an error. */
