@@ -384,24 +384,27 @@ TEST_F(EventSet, FailsWhenItCannotSignal)
 
 /* Wait. */
 
-TEST_F(EventWait, RefusesWrongArgumentsInOrderAndKeepsTheBits)
+TEST_F(EventWait, RefusesWrongArgumentsInOrderAndNeitherTestsNorWritesBits)
 {
 	zorva_event *const event = create();
 	zorva_event incomplete = {};
 	u32 bits[2] = { 7, 8 };
-	const auto with = [&](u32 compId, zorva_event *which) {
-		return [&bits, compId, which] {
-			return zorva_event_wait(compId, which, bits, 0);
+	const auto with = [](u32 compId, zorva_event *which, u32 *to) {
+		return [=] {
+			return zorva_event_wait(compId, which, to, 0);
 		};
 	};
 	new_reports();
 
 	refuses("zorva_event.cpp", "zorva_event_wait",
-		{ { bad_component, with(0, event), with(0, nullptr) },
-		  { bad_component, with(57, event), with(0xFFFFFFFF, nullptr) },
-		  { null_argument, with(owner, nullptr), with(owner, nullptr) },
-		  { failed, with(owner, &incomplete),
-		    with(owner, &incomplete) } });
+		{ { bad_component, with(0, event, bits),
+		    with(0, nullptr, nullptr) },
+		  { bad_component, with(57, event, bits),
+		    with(0xFFFFFFFF, nullptr, nullptr) },
+		  { null_argument, with(owner, nullptr, bits),
+		    with(owner, nullptr, nullptr) },
+		  { failed, with(owner, &incomplete, bits),
+		    with(owner, &incomplete, nullptr) } });
 
 	EXPECT_EQ(bits[0], 7u);
 	EXPECT_EQ(bits[1], 8u);

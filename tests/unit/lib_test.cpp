@@ -87,6 +87,23 @@ TEST_F(ProcPrintf, TakesItsBufferFromTheModulesOwnAccountAndGivesItBack)
 	EXPECT_EQ(fake::log_text(), "\001cx=5\n");
 }
 
+TEST_F(ProcPrintf, KeepsABufferThatIsOverflowed)
+{
+	fake::before_spin_unlock([](const void *) {
+		if (_pZorvaMallocMemList)
+			*guard_of(_pZorvaMallocMemList) = 0;
+	});
+
+	zorva_proc_printf(nullptr, "x\n");
+
+	EXPECT_EQ(all_reports(),
+		  fake::format("1 zorva_mem.cpp zorva_free_cleanup: Memory "
+			       "overflow detected before free: ptr=%px\n",
+			       _pZorvaMallocMemList + 1));
+	EXPECT_EQ(fake::log_text(), "\001cx\n");
+	fake::leave_allocated(_pZorvaMallocMemList);
+}
+
 TEST_F(ProcPrintf, PrintsNothingWithoutMemory)
 {
 	fake::fail_allocation(1);

@@ -437,6 +437,30 @@ TEST_F(DetailedReport, ShowsAllThatIsKeptOfTheFile)
 	zorva_free_track(owner, block, "caller.c", 8);
 }
 
+TEST_F(DetailedReport, ShowsSixteenCharactersOfAFileWithoutEnd)
+{
+	char *const torn = allocate(9);
+	char *const whole = allocate(10);
+
+	for (void *block : { torn, whole })
+		memcpy(header(block)->file, "0123456789abcdef", 16);
+	guard(torn) = 1;
+	fake::set_word(torn + 4 * 12, 0xb);
+
+	const char *counters[] = { "19", "19", "2", "0" };
+	EXPECT_EQ(fake::read_report("zorva/zorva.mem.detail"),
+		  detail_head("0") + component("PORT", counters) +
+			  fake::format("  [0000000000] %px - 10 bytes "
+				       "(0123456789abcdef, 7)\n"
+				       "<memory corruption 0x%px invalid end "
+				       "0x0000000b (expected 0xbbbbbbbb) "
+				       "(0123456789abcdef, 7)>\n\n",
+				       whole, header(torn)));
+
+	leave(torn);
+	zorva_free_track(owner, whole, "caller.c", 8);
+}
+
 TEST_F(DetailedReport, CopiesUnderTheLockAndPrintsWithoutIt)
 {
 	char *const block = allocate(10);

@@ -90,6 +90,19 @@ TEST_F(MessageSend, StoresAMessageAndCountsIt)
 	destroy(queue);
 }
 
+TEST_F(MessageSend, TakesADepthBelow0ForLowerThanTheHighest)
+{
+	zorva_msg_queue *const queue = create(3, 8);
+	queue->ring.currDepth = -2;
+	queue->ring.maxSeen = 1;
+
+	EXPECT_EQ(send(queue, "m"), ok);
+
+	EXPECT_EQ(queue->ring.currDepth, -1);
+	EXPECT_EQ(queue->ring.maxSeen, 1);
+	destroy(queue);
+}
+
 TEST_F(MessageSend, StoresWhatFitsOfALongMessage)
 {
 	zorva_msg_queue *const queue = create(2, 8);

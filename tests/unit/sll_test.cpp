@@ -400,7 +400,7 @@ TEST_F(LinkedList, IsPurgedWhenEmpty)
 TEST_F(LinkedList, PrintsItselfIntoTheLogLineByLine)
 {
 	sys_sll_t *const list = make(2);
-	nodes[1]->pData = nullptr;
+	nodes[0]->pData = nullptr;
 
 	sys_sll_dump(list);
 
@@ -409,8 +409,8 @@ TEST_F(LinkedList, PrintsItselfIntoTheLogLineByLine)
 		lines.push_back(entry.text);
 	EXPECT_EQ(lines, texts({ "\001cList (ptrval) count 2 (PORT)\n",
 				 "\001c----------------------------\n",
-				 "\001c[0] data: (ptrval)\n",
-				 "\001c[1] data: 00000000\n", "\001c\n" }));
+				 "\001c[0] data: 00000000\n",
+				 "\001c[1] data: (ptrval)\n", "\001c\n" }));
 	dispose(list);
 }
 
