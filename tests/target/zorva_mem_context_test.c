@@ -10,8 +10,7 @@
 enum {
 	ANY_CONTEXT = ZT_CONTEXT_COMPONENT,
 	FAULTY,
-	THREAD,
-	INTERRUPT,
+	CHURNED,
 };
 
 /* What a call did there is looked at when the thread runs again. */
@@ -131,21 +130,20 @@ static void faults_are_reported_from_any_context(struct kunit *test)
 
 /*
  * An interrupt that comes every 100 microseconds takes and gives blocks while
- * a thread does the same: whichever instruction it hits, the list and both
- * accounts come out right. Accounts are never reset, so neither are these.
+ * a thread does the same for the same component: whichever instruction it
+ * hits, the list and the account come out right. An account is never reset, so
+ * neither are these.
  */
 #define BLOCKS 16u
 
 struct churn {
-	u32 comp;
 	void *block[BLOCKS];
 	unsigned int rounds;
 	u32 allocs;
 	u32 frees;
 };
 
-static struct churn of_thread = { .comp = THREAD };
-static struct churn of_interrupt = { .comp = INTERRUPT };
+static struct churn of_thread, of_interrupt;
 static struct hrtimer interrupt;
 
 static void churn(struct churn *churn)
@@ -154,13 +152,13 @@ static void churn(struct churn *churn)
 
 	if (*block) {
 		if (churn->rounds % 3)
-			zorva_free_track(churn->comp, *block, "churn.c", 2);
+			zorva_free_track(CHURNED, *block, "churn.c", 2);
 		else
 			zorva_free_cleanup(block);
 		*block = NULL;
 		churn->frees++;
 	} else {
-		*block = zorva_malloc_track(churn->comp, churn->rounds % 60 + 1,
+		*block = zorva_malloc_track(CHURNED, churn->rounds % 60 + 1,
 					    "churn.c", 1);
 		churn->allocs += !!*block;
 	}
@@ -180,33 +178,51 @@ static void start_interrupt(void)
 	hrtimer_start(&interrupt, ns_to_ktime(100000), HRTIMER_MODE_REL_HARD);
 }
 
-/* The live blocks and their owner's account agree; then they are freed. */
-static void settle(struct kunit *test, struct churn *churn)
+static void add_live(const struct churn *churn, u32 *used, u32 *alive)
 {
-	u32 used = 0, alive = 0, curr, max, allocs, frees;
 	int i;
 
 	for (i = 0; i < BLOCKS; i++)
 		if (churn->block[i]) {
-			used += zt_block_of(churn->block[i])->size;
-			alive++;
+			*used += zt_block_of(churn->block[i])->size;
+			(*alive)++;
 		}
+}
+
+static void free_live(struct churn *churn)
+{
+	int i;
+
+	for (i = 0; i < BLOCKS; i++) {
+		churn->frees += !!churn->block[i];
+		zorva_free_cleanup(&churn->block[i]);
+	}
+}
+
+/* The live blocks and their owner's account agree; then they are freed. */
+static void settle(struct kunit *test)
+{
+	u32 used = 0, alive = 0, curr, max, allocs, frees;
+
+	add_live(&of_thread, &used, &alive);
+	add_live(&of_interrupt, &used, &alive);
 	if (alive) {
 		KUNIT_ASSERT_EQ(test,
-				sscanf(zt_mem_row(test, churn->comp),
+				sscanf(zt_mem_row(test, CHURNED),
 				       "%*s %u %u %u %u", &curr, &max, &allocs,
 				       &frees),
 				4);
 		KUNIT_EXPECT_EQ(test, curr, used);
 		KUNIT_EXPECT_GE(test, max, used);
-		KUNIT_EXPECT_EQ(test, allocs, churn->allocs);
-		KUNIT_EXPECT_EQ(test, frees, churn->frees);
+		KUNIT_EXPECT_EQ(test, allocs,
+				of_thread.allocs + of_interrupt.allocs);
+		KUNIT_EXPECT_EQ(test, frees,
+				of_thread.frees + of_interrupt.frees);
 		KUNIT_EXPECT_EQ(test, allocs - frees, alive);
 	}
-	for (i = 0; i < BLOCKS; i++)
-		zorva_free_cleanup(&churn->block[i]);
-	churn->frees += alive;
-	ZT_EXPECT_NO_USAGE(test, churn->comp);
+	free_live(&of_thread);
+	free_live(&of_interrupt);
+	ZT_EXPECT_NO_USAGE(test, CHURNED);
 }
 
 static void blocks_come_and_go_in_two_contexts_at_once(struct kunit *test)
@@ -220,8 +236,7 @@ static void blocks_come_and_go_in_two_contexts_at_once(struct kunit *test)
 
 	KUNIT_EXPECT_GT(test, of_thread.rounds, 1000u);
 	KUNIT_EXPECT_GT(test, of_interrupt.rounds, 100u);
-	settle(test, &of_thread);
-	settle(test, &of_interrupt);
+	settle(test);
 	ZT_EXPECT_NO_REPORTS(test);
 }
 
@@ -270,8 +285,7 @@ static void a_report_shows_one_moment(struct kunit *test)
 	while (of_interrupt.rounds - before < 1000);
 	hrtimer_cancel(&interrupt);
 
-	settle(test, &of_thread);
-	settle(test, &of_interrupt);
+	settle(test);
 	ZT_EXPECT_NO_REPORTS(test);
 }
 
