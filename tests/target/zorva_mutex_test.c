@@ -328,6 +328,9 @@ static void a_give_of_a_free_mutex_is_recorded(struct kunit *test)
 	give(test, mutex, 10);
 	give(test, mutex, 11);
 	ZT_EXPECT_TEXT(test, zt_value(test, DETAIL, "given", "Status"), "Give");
+	take(test, mutex, 12);
+	ZT_EXPECT_TEXT(test, zt_value(test, DETAIL, "given", "Status"), "Take");
+	give(test, mutex, 13);
 	ZT_EXPECT_NO_REPORTS(test);
 	destroy(test, mutex);
 }

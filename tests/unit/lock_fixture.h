@@ -7,6 +7,17 @@
 #include "zorva/mutex.h"
 #include "zorva/sem.h"
 
+/* How many objects a registry had at each report. */
+inline std::vector<u32> counts_at_reports;
+
+/* The debug-print function that keeps them. */
+template <auto &registry>
+void keep_count(u32, s32, u32, const char *, const char *, s32, const char *,
+		...)
+{
+	counts_at_reports.push_back(registry.count);
+}
+
 class LockTest : public ServiceTest {
 protected:
 	/* The objects of a registry, newest first, along their next links. */
@@ -62,6 +73,22 @@ protected:
 				found.push_back(describe(entry));
 		}
 		return found;
+	}
+
+	template <class Record>
+	static std::string bytes_of(const Record *record)
+	{
+		return { reinterpret_cast<const char *>(record),
+			 sizeof(*record) };
+	}
+
+	/* What the log says whenever a lock is about to be taken. */
+	static void keep_log_at_down(const void *lock, std::string &log)
+	{
+		fake::on_call([lock, &log](const fake::call &made) {
+			if (made.object == lock && made.text == "down")
+				log = fake::log_text();
+		});
 	}
 
 	/* Runs a function in a task of its own, until it blocks or ends. */

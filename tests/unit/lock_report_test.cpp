@@ -388,15 +388,22 @@ TEST_F(MutexReport, ReadsTheLockerBeforeItPrints)
 {
 	zorva_mutex *const held = mutex("held");
 	take(held, 10);
-	int tests = 0;
+	int tests_to_status = 0;
 	fake::on_call([&](const fake::call &made) {
-		if (made.text == "mutex_is_locked" && ++tests == 2)
+		if (made.text == "mutex_is_locked" && --tests_to_status == 0)
 			held->lockerPid.counter = 4711;
 	});
 
-	EXPECT_NE(file_text("zorva.mutex").find("Locker    : 100 (main)\n"),
-		  std::string::npos);
-	held->lockerPid.counter = 100;
+	for (const auto &[file, tests] :
+	     { std::pair("zorva.mutex", 2),
+	       std::pair("zorva.mutex.detail", 1) }) {
+		tests_to_status = tests;
+
+		EXPECT_NE(file_text(file).find("Locker    : 100 (main)\n"),
+			  std::string::npos);
+		EXPECT_EQ(held->lockerPid.counter, 4711);
+		held->lockerPid.counter = 100;
+	}
 	give(held, 20);
 }
 
@@ -486,12 +493,11 @@ TEST_F(MutexReport, ChangesNothing)
 {
 	zorva_mutex *const held = mutex("held");
 	take(held, 10);
-	const std::string before(reinterpret_cast<char *>(held), sizeof(*held));
+	const std::string before = bytes_of(held);
 
 	EXPECT_EQ(file_text("zorva.mutex"), file_text("zorva.mutex"));
 
-	EXPECT_EQ(std::string(reinterpret_cast<char *>(held), sizeof(*held)),
-		  before);
+	EXPECT_EQ(bytes_of(held), before);
 	give(held, 20);
 }
 

@@ -102,22 +102,25 @@ TEST_F(MutexHistory, ReadsTheTimeBeforeItTakesTheRegistrysLock)
 
 TEST_F(MutexHistory, IsWrittenUnderTheRegistrysLock)
 {
+	fake::set_uptime(5 * sec);
 	zorva_mutex *const mutex = create();
-	s32 at_down = -1;
-	s32 at_up = -1;
+	const std::string before = bytes_of(mutex);
+	std::string at_down;
+	std::string at_up;
 	fake::on_call([&](const fake::call &made) {
 		if (made.object != registry_lock)
 			return;
 		if (made.text == "down")
-			at_down = mutex->historyHead + mutex->active;
+			at_down = bytes_of(mutex);
 		if (made.text == "up")
-			at_up = mutex->history[1].line;
+			at_up = bytes_of(mutex);
 	});
 
-	give(mutex, 33);
+	zorva_mutex_history_record(mutex, 7, "caller.c", 33);
 
-	EXPECT_EQ(at_down, 0);
-	EXPECT_EQ(at_up, 33);
+	EXPECT_EQ(at_down, before);
+	EXPECT_EQ(at_up, bytes_of(mutex));
+	EXPECT_NE(at_up, before);
 	destroy(mutex);
 }
 

@@ -155,6 +155,38 @@ TEST_F(TrackedMutex, IsListedFirstUnderTheRegistrysLock)
 	destroy(second);
 }
 
+TEST_F(TrackedMutex, IsCompleteWhenItIsListed)
+{
+	std::string name;
+	u32 component = 0;
+	const void *initialised = nullptr;
+	fake::on_call([&](const fake::call &made) {
+		if (made.object != registry_lock || made.text != "up")
+			return;
+		name = _zorvaMutexDbg.head->name;
+		component = _zorvaMutexDbg.head->component;
+		for (const fake::call &each : fake::calls_to({ "mutex_init" }))
+			initialised = each.object;
+	});
+
+	zorva_mutex *const mutex = create("ports");
+
+	EXPECT_EQ(name, "ports");
+	EXPECT_EQ(component, owner);
+	EXPECT_EQ(initialised, &mutex->mutex);
+	fake::on_call(nullptr);
+	destroy(mutex);
+}
+
+TEST_F(TrackedMutex, IsReportedWhenItIsListedAndWhenItNoLongerIs)
+{
+	_sys_dbg_pr_fn = keep_count<_zorvaMutexDbg>;
+
+	destroy(create());
+
+	EXPECT_EQ(counts_at_reports, (std::vector<u32>{ 1, 0 }));
+}
+
 TEST_F(TrackedMutex, IsNotMadeWithoutMemory)
 {
 	const unsigned int allocations =
@@ -399,16 +431,14 @@ TEST_F(TrackedMutex, IsNotNestedAndLeavesNoTraceOfASecondTake)
 {
 	zorva_mutex *const mutex = create();
 	take(mutex);
-	const std::string before(reinterpret_cast<char *>(mutex),
-				 sizeof(*mutex));
+	const std::string before = bytes_of(mutex);
 	fake::forget_calls();
 
 	EXPECT_EQ(take(mutex, 11), ok);
 	EXPECT_EQ(take(mutex, 12), ok);
 
 	EXPECT_TRUE(fake::calls().empty());
-	EXPECT_EQ(std::string(reinterpret_cast<char *>(mutex), sizeof(*mutex)),
-		  before);
+	EXPECT_EQ(bytes_of(mutex), before);
 	EXPECT_EQ(give(mutex), ok);
 	EXPECT_FALSE(mutex_is_locked(&mutex->mutex));
 	EXPECT_EQ(mutex->takeCount.counter, 0);
@@ -425,6 +455,22 @@ TEST_F(TrackedMutex, IsTakenAgainByTheOneWhoGaveIt)
 
 	EXPECT_TRUE(mutex_is_locked(&mutex->mutex));
 	EXPECT_EQ(history(mutex).size(), 3u);
+	give(mutex);
+	destroy(mutex);
+}
+
+TEST_F(TrackedMutex, IsTakenAgainByTheOneWhoGaveItTwice)
+{
+	zorva_mutex *const mutex = create();
+	take(mutex);
+	give(mutex);
+
+	EXPECT_EQ(give(mutex), ok);
+	EXPECT_EQ(mutex->takeCount.counter, 0);
+	EXPECT_EQ(take(mutex, 11), ok);
+
+	EXPECT_TRUE(mutex_is_locked(&mutex->mutex));
+	EXPECT_EQ(history(mutex).size(), 4u);
 	give(mutex);
 	destroy(mutex);
 }
@@ -465,6 +511,8 @@ TEST_F(TrackedMutex, KeepsTheWholeCommandNameOfItsLocker)
 TEST_F(TrackedMutex, WarnsOfATakeInAnInterruptAndGoesOn)
 {
 	zorva_mutex *const mutex = create();
+	std::string log_at_down;
+	keep_log_at_down(registry_lock, log_at_down);
 
 	const texts forbidden = complaints_of([&] {
 		const fake::soft_interrupt interrupt;
@@ -474,6 +522,7 @@ TEST_F(TrackedMutex, WarnsOfATakeInAnInterruptAndGoesOn)
 
 	EXPECT_EQ(fake::log_text(), "\001c[ZORVA] zorva_mutex_take_track - "
 				    "in_interrupt.(caller.c, 10)\n<stack>\n");
+	EXPECT_EQ(log_at_down, fake::log_text());
 	EXPECT_EQ(forbidden.size(), 2u);
 	EXPECT_TRUE(mutex_is_locked(&mutex->mutex));
 	EXPECT_EQ(history(mutex), texts{ "0 caller.c:10 at 0" });
@@ -628,6 +677,8 @@ TEST_F(TrackedMutex, WarnsOfAGiveInAnInterruptAndGoesOn)
 {
 	zorva_mutex *const mutex = create();
 	take(mutex);
+	std::string log_at_down;
+	keep_log_at_down(registry_lock, log_at_down);
 
 	const texts forbidden = complaints_of([&] {
 		const fake::hard_interrupt interrupt;
@@ -637,8 +688,26 @@ TEST_F(TrackedMutex, WarnsOfAGiveInAnInterruptAndGoesOn)
 
 	EXPECT_EQ(fake::log_text(), "\001c[ZORVA] zorva_mutex_give_track - "
 				    "in_interrupt.(caller.c, 20)\n<stack>\n");
+	EXPECT_EQ(log_at_down, fake::log_text());
 	EXPECT_EQ(forbidden.size(), 1u);
 	EXPECT_FALSE(mutex_is_locked(&mutex->mutex));
+	destroy(mutex);
+}
+
+TEST_F(TrackedMutex, DoesNotWarnOfARefusedCallInAnInterrupt)
+{
+	zorva_mutex *const mutex = create();
+
+	for (auto call : { zorva_mutex_take_track, zorva_mutex_give_track }) {
+		const fake::soft_interrupt interrupt;
+
+		EXPECT_EQ(call(0, mutex, "caller.c", 1), bad_component);
+		EXPECT_EQ(call(57, mutex, "caller.c", 1), bad_component);
+		EXPECT_EQ(call(owner, nullptr, "caller.c", 1), null_argument);
+		EXPECT_EQ(call(owner, mutex, nullptr, 1), null_argument);
+	}
+
+	EXPECT_EQ(fake::log_text(), "");
 	destroy(mutex);
 }
 

@@ -135,6 +135,37 @@ TEST_F(KilledTask, GivesTwoUnitsAndEnds)
 	destroy(sem);
 }
 
+/* Whose name its record is freed in shows when its guard is torn. */
+TEST_F(KilledTask, EndsInTheNameOfTheCallersComponent)
+{
+	zorva_sem *const sem = create(1);
+
+	for (bool takes : { true, false }) {
+		const pid_t pid = thread([&] {
+			fake::sleep_for(1 * msec);
+			*guard_of(_pZorvaMallocMemList) = 0;
+			if (takes)
+				zorva_sem_take_track(other, sem, 0, "caller.c",
+						     10);
+			else
+				zorva_sem_give_track(other, sem, "caller.c",
+						     20);
+		});
+
+		kill(pid);
+		fake::sleep_for(2 * msec);
+
+		EXPECT_EQ(last_report().find(
+				  "1 zorva_mem.cpp zorva_free_track: Memory "
+				  "corruption: guard overwritten (VLAN, "
+				  "zorva_thread.cpp:"),
+			  0u)
+			<< last_report();
+	}
+	EXPECT_EQ(fake::log_text(), "<stack>\n<stack>\n");
+	destroy(sem);
+}
+
 TEST_F(KilledTask, TakesOnWhenItsSignalIsNotFatal)
 {
 	zorva_sem *const sem = create(1);

@@ -151,6 +151,37 @@ TEST_F(TrackedSemaphore, IsListedFirst)
 	destroy(second);
 }
 
+TEST_F(TrackedSemaphore, IsCompleteWhenItIsListed)
+{
+	std::string name;
+	u32 component = 0;
+	u32 initial_count = 0;
+	fake::on_call([&](const fake::call &made) {
+		if (made.object != registry_lock || made.text != "up")
+			return;
+		name = _zorvaSemDbg.head->name;
+		component = _zorvaSemDbg.head->component;
+		initial_count = _zorvaSemDbg.head->initialCount;
+	});
+
+	zorva_sem *const sem = create(3, "slots");
+
+	EXPECT_EQ(name, "slots");
+	EXPECT_EQ(component, owner);
+	EXPECT_EQ(initial_count, 3u);
+	fake::on_call(nullptr);
+	destroy(sem);
+}
+
+TEST_F(TrackedSemaphore, IsReportedWhenItIsListedAndWhenItNoLongerIs)
+{
+	_sys_dbg_pr_fn = keep_count<_zorvaSemDbg>;
+
+	destroy(create(1));
+
+	EXPECT_EQ(counts_at_reports, (std::vector<u32>{ 1, 0 }));
+}
+
 TEST_F(TrackedSemaphore, IsNotMadeWithoutMemory)
 {
 	const unsigned int allocations =
@@ -440,6 +471,8 @@ TEST_F(TrackedSemaphore, IsWaitedForWithoutTheRegistrysLock)
 TEST_F(TrackedSemaphore, WarnsOfATakeInAnInterruptAndGoesOn)
 {
 	zorva_sem *const sem = create(1);
+	std::string log_at_down;
+	keep_log_at_down(registry_lock, log_at_down);
 
 	const texts forbidden = complaints_of([&] {
 		const fake::soft_interrupt interrupt;
@@ -449,9 +482,29 @@ TEST_F(TrackedSemaphore, WarnsOfATakeInAnInterruptAndGoesOn)
 
 	EXPECT_EQ(fake::log_text(), "\001c[ZORVA] zorva_sem_take_track - "
 				    "in_interrupt.(caller.c, 10)\n<stack>\n");
+	EXPECT_EQ(log_at_down, fake::log_text());
 	EXPECT_EQ(forbidden.size(), 1u);
 	EXPECT_EQ(count(sem), 0u);
 	EXPECT_EQ(history(sem), texts{ "0 caller.c:10 at 0 (0)" });
+	destroy(sem);
+}
+
+TEST_F(TrackedSemaphore, DoesNotWarnOfARefusedTakeInAnInterrupt)
+{
+	zorva_sem *const sem = create(1);
+	const auto call = zorva_sem_take_track;
+
+	{
+		const fake::soft_interrupt interrupt;
+
+		EXPECT_EQ(call(0, sem, 0, "caller.c", 1), bad_component);
+		EXPECT_EQ(call(57, sem, 0, "caller.c", 1), bad_component);
+		EXPECT_EQ(call(owner, nullptr, 0, "caller.c", 1),
+			  null_argument);
+		EXPECT_EQ(call(owner, sem, 0, nullptr, 1), null_argument);
+	}
+
+	EXPECT_EQ(fake::log_text(), "");
 	destroy(sem);
 }
 
@@ -612,6 +665,30 @@ TEST_F(SemaphoreHistory, ReadsTheTimeUnderTheRegistrysLock)
 	EXPECT_EQ(history(sem), texts{ "0 caller.c:10 at 9 (0)" });
 	ASSERT_EQ(fake::coarse_readings().size(), read + 1);
 	EXPECT_TRUE(fake::coarse_readings().back().has_taken(registry_lock));
+	destroy(sem);
+}
+
+TEST_F(SemaphoreHistory, IsWrittenUnderTheRegistrysLock)
+{
+	fake::set_uptime(5 * sec);
+	zorva_sem *const sem = create(0);
+	const std::string before = bytes_of(sem);
+	std::string at_down;
+	std::string at_up;
+	fake::on_call([&](const fake::call &made) {
+		if (made.object != registry_lock)
+			return;
+		if (made.text == "down")
+			at_down = bytes_of(sem);
+		if (made.text == "up")
+			at_up = bytes_of(sem);
+	});
+
+	zorva_sem_history_record(sem, 123, 7, "caller.c", 33);
+
+	EXPECT_EQ(at_down, before);
+	EXPECT_EQ(at_up, bytes_of(sem));
+	EXPECT_NE(at_up, before);
 	destroy(sem);
 }
 
