@@ -7,17 +7,6 @@
 #include "zorva/mutex.h"
 #include "zorva/sem.h"
 
-/* How many objects a registry had at each report. */
-inline std::vector<u32> counts_at_reports;
-
-/* The debug-print function that keeps them. */
-template <auto &registry>
-void keep_count(u32, s32, u32, const char *, const char *, s32, const char *,
-		...)
-{
-	counts_at_reports.push_back(registry.count);
-}
-
 class LockTest : public ServiceTest {
 protected:
 	/* The objects of a registry, newest first, along their next links. */

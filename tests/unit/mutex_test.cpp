@@ -180,11 +180,14 @@ TEST_F(TrackedMutex, IsCompleteWhenItIsListed)
 
 TEST_F(TrackedMutex, IsReportedWhenItIsListedAndWhenItNoLongerIs)
 {
-	_sys_dbg_pr_fn = keep_count<_zorvaMutexDbg>;
+	std::vector<u32> counts;
+	on_report([&](const report &) {
+		counts.push_back(_zorvaMutexDbg.count);
+	});
 
 	destroy(create());
 
-	EXPECT_EQ(counts_at_reports, (std::vector<u32>{ 1, 0 }));
+	EXPECT_EQ(counts, (std::vector<u32>{ 1, 0 }));
 }
 
 TEST_F(TrackedMutex, IsNotMadeWithoutMemory)

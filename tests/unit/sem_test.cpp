@@ -175,11 +175,14 @@ TEST_F(TrackedSemaphore, IsCompleteWhenItIsListed)
 
 TEST_F(TrackedSemaphore, IsReportedWhenItIsListedAndWhenItNoLongerIs)
 {
-	_sys_dbg_pr_fn = keep_count<_zorvaSemDbg>;
+	std::vector<u32> counts;
+	on_report([&](const report &) {
+		counts.push_back(_zorvaSemDbg.count);
+	});
 
 	destroy(create(1));
 
-	EXPECT_EQ(counts_at_reports, (std::vector<u32>{ 1, 0 }));
+	EXPECT_EQ(counts, (std::vector<u32>{ 1, 0 }));
 }
 
 TEST_F(TrackedSemaphore, IsNotMadeWithoutMemory)
