@@ -162,10 +162,12 @@ void clear_start(Record *timer)
 	timer->period = 0;
 	timer->running = 0;
 	timer->startLine = 0;
-	/* Few words, when the compiler knows that they are words. */
-	__builtin_memset(__builtin_assume_aligned(timer->startFile,
-						  sizeof(u32)),
-			 0, sizeof(timer->startFile));
+
+	/* Aligned to a word, it is cleared by a few stores. */
+	char *const file = timer->startFile;
+
+	__builtin_memset(__builtin_assume_aligned(file, sizeof(u32)), 0,
+			 sizeof(timer->startFile));
 }
 
 /* Makes a record with the next ID; null without memory. The lock is held. */
