@@ -71,6 +71,28 @@ protected:
 			 sizeof(*record) };
 	}
 
+	/* A record as a call takes a lock, and as it gives it. */
+	template <class Record>
+	static std::pair<std::string, std::string>
+	bytes_at(const void *lock, const Record *record,
+		 const std::function<void()> &call)
+	{
+		std::string at_down;
+		std::string at_up;
+
+		fake::on_call([&](const fake::call &made) {
+			if (made.object != lock)
+				return;
+			if (made.text == "down")
+				at_down = bytes_of(record);
+			if (made.text == "up")
+				at_up = bytes_of(record);
+		});
+		call();
+		fake::on_call(nullptr);
+		return { at_down, at_up };
+	}
+
 	/* What the log says whenever a lock is about to be taken. */
 	static void keep_log_at_down(const void *lock, std::string &log)
 	{

@@ -105,18 +105,10 @@ TEST_F(MutexHistory, IsWrittenUnderTheRegistrysLock)
 	fake::set_uptime(5 * sec);
 	zorva_mutex *const mutex = create();
 	const std::string before = bytes_of(mutex);
-	std::string at_down;
-	std::string at_up;
-	fake::on_call([&](const fake::call &made) {
-		if (made.object != registry_lock)
-			return;
-		if (made.text == "down")
-			at_down = bytes_of(mutex);
-		if (made.text == "up")
-			at_up = bytes_of(mutex);
-	});
 
-	zorva_mutex_history_record(mutex, 7, "caller.c", 33);
+	const auto [at_down, at_up] = bytes_at(registry_lock, mutex, [&] {
+		zorva_mutex_history_record(mutex, 7, "caller.c", 33);
+	});
 
 	EXPECT_EQ(at_down, before);
 	EXPECT_EQ(at_up, bytes_of(mutex));

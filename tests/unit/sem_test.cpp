@@ -676,18 +676,10 @@ TEST_F(SemaphoreHistory, IsWrittenUnderTheRegistrysLock)
 	fake::set_uptime(5 * sec);
 	zorva_sem *const sem = create(0);
 	const std::string before = bytes_of(sem);
-	std::string at_down;
-	std::string at_up;
-	fake::on_call([&](const fake::call &made) {
-		if (made.object != registry_lock)
-			return;
-		if (made.text == "down")
-			at_down = bytes_of(sem);
-		if (made.text == "up")
-			at_up = bytes_of(sem);
-	});
 
-	zorva_sem_history_record(sem, 123, 7, "caller.c", 33);
+	const auto [at_down, at_up] = bytes_at(registry_lock, sem, [&] {
+		zorva_sem_history_record(sem, 123, 7, "caller.c", 33);
+	});
 
 	EXPECT_EQ(at_down, before);
 	EXPECT_EQ(at_up, bytes_of(sem));
