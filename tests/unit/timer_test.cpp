@@ -221,6 +221,23 @@ TYPED_TEST(Timer, LosesItsIdWhenItCannotBeListed)
 	EXPECT_EQ(this->listed().size(), 2u);
 }
 
+TYPED_TEST(Timer, ReportsItsCreationUnderTheTimerLockAndItsRefreshWithoutIt)
+{
+	USING_FIXTURE;
+	std::vector<bool> locked;
+	this->make();
+	KIND::list()->magic = 0;
+	on_report([&](const report &made) {
+		locked.push_back(made.at.holds(&_zorvaTimerLock));
+	});
+
+	this->make();
+	this->refresh(1, 100);
+
+	EXPECT_EQ(locked, (std::vector<bool>{ true, false }));
+	reports();
+}
+
 TYPED_TEST(Timer, IsLimitedInNumber)
 {
 	USING_FIXTURE;
