@@ -98,6 +98,16 @@ bench: kernel ## instructions of each call on the board, against limits
 	@target/install-deps.sh bench
 	@$(with_kernel) bench/run.sh $(BENCH_ARGS)
 
+.PHONY: docs
+docs: kernel ## the texts and the reference as pages and manual pages
+	@target/install-deps.sh docs
+	@$(with_kernel) docs/site/build.sh
+
+.PHONY: docs-test
+docs-test: docs ## links, and the pages as a browser and man show them
+	@target/install-deps.sh docs-test
+	@docs/site/test.sh
+
 .PHONY: module
 module: kernel ## build/target/plat/linux/zorva/zorva.ko
 	@$(with_kernel) target/modules.sh module

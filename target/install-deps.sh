@@ -18,6 +18,8 @@ usage: install-deps.sh GROUP...
   fuzz      the compiler of the fuzzers
   lint      formatting and static checks
   bench     the chart of the instruction counts
+  docs      the site and the manual pages
+  docs-test a browser and what looks at links
 END
 }
 
@@ -53,6 +55,14 @@ for group in "$@"; do
 		;;
 	bench)
 		packages+=(gnuplot-nox)
+		;;
+	docs)
+		packages+=(python3 python3-sphinx python3-myst-parser furo
+			perl)
+		;;
+	docs-test)
+		packages+=(python3 linkchecker chromium fonts-dejavu-core
+			man-db mandoc)
 		;;
 	*)
 		usage >&2
