@@ -95,7 +95,7 @@ kbuild()
 # What is built on the module sees its headers and its exports, no more.
 kbuild_user()
 {
-	kbuild "$1" ZORVA_INCLUDE="$copy/plat/linux/include" \
+	kbuild "$1" ZORVA="$copy" ZORVA_INCLUDE="$copy/plat/linux/include" \
 		KBUILD_EXTRA_SYMBOLS="$copy/plat/linux/zorva/Module.symvers"
 }
 

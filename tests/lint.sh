@@ -133,7 +133,7 @@ check_licence()
 	local file
 
 	{
-		list_sources '*.c' '*.h' '*.cpp' '*.def' '*Kbuild' '*Makefile'
+		list_sources '*.c' '*.h' '*.cpp' '*.def' '*Kbuild' '*.mk' '*Makefile'
 		scripts
 	} | sort -u | while read -r file; do
 		head -n 2 "$file" | grep -q 'SPDX-License-Identifier: GPL-2.0' ||

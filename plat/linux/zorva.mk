@@ -1,0 +1,110 @@
+# SPDX-License-Identifier: GPL-2.0
+#
+# For the Kbuild file of every module that uses zorva, as its last line:
+#
+#	include <zorva>/plat/linux/zorva.mk
+#
+# It brings the path of the public headers, the list of components, what zorva
+# exports, and the rule for C++: a .cpp file is named among the objects of a
+# module like a .c file. zorva has to be built first: what it exports and the
+# list that it was made with lie beside it.
+#
+# ZORVA=<path>             another copy of zorva, the one that was built
+# ZORVA_COMPONENTS=<path>  the firmware's own list of components
+# cxxflags-y               more flags for the C++ of this directory
+#
+# zorva's own Kbuild file includes it with zorva-is-built-here := y.
+ifndef zorva-mk
+
+zorva-mk := $(abspath $(lastword $(MAKEFILE_LIST)))
+zorva-plat := $(if $(ZORVA),$(abspath $(ZORVA))/plat/linux,$(patsubst \
+	%/,%,$(dir $(zorva-mk))))
+zorva-scripts := $(patsubst %/,%,$(dir $(zorva-mk)))/scripts
+zorva-built := $(zorva-plat)/zorva
+
+# --- The headers and the list of components
+
+zorva-list := $(abspath $(or $(ZORVA_COMPONENTS), \
+	$(zorva-plat)/include/zorva/components.def))
+zorva-include := -I$(zorva-plat)/include
+ifneq ($(ZORVA_COMPONENTS),)
+zorva-include += -DZORVA_COMPONENT_LIST='"$(zorva-list)"'
+endif
+
+# In this directory and those below it.
+subdir-ccflags-y += $(zorva-include)
+
+# --- What zorva exports
+
+ifndef zorva-is-built-here
+KBUILD_EXTRA_SYMBOLS += $(zorva-built)/Module.symvers
+endif
+
+# --- What would go wrong later, and where nobody looks for it
+
+zorva-components = $(shell $(CONFIG_SHELL) $(zorva-scripts)/components.sh $1 \
+	"$(CC)" "$(zorva-list)" $2 2>&1)
+
+ifdef zorva-is-built-here
+zorva-refusal = $(call zorva-components,check)
+else
+zorva-refusal = $(if $(wildcard $(zorva-built)/components.rows),$(call \
+	zorva-components,compare,$(zorva-built)/components.rows),zorva is not \
+	built: there is no $(zorva-built)/components.rows)
+endif
+
+# Only where something is compiled: "make clean" needs no list.
+ifneq ($(filter %Makefile.build,$(MAKEFILE_LIST)),)
+zorva-refused := $(strip $(zorva-refusal))
+ifneq ($(zorva-refused),)
+$(error $(zorva-refused))
+endif
+endif
+
+# --- C++
+
+# The kernel knows no C++ compiler of its own.
+ifdef CONFIG_CC_IS_CLANG
+CXX := $(patsubst %clang,%clang++,$(firstword $(CC)))
+else
+CXX := $(CROSS_COMPILE)g++
+endif
+
+# The kernel's flags less those of C, less the compiler's plug-ins.
+cxx-drop := -std=% -W%-prototypes -Wdeclaration-after-statement \
+	-Wno-pointer-sign -Wold-style-definition -Wjump-misses-init \
+	-Werror=implicit-% -Werror=strict-prototypes -Werror=designated-init \
+	-Werror=incompatible-pointer-types -Wno-designated-init \
+	-fplugin=% -fplugin-arg-% -D%_PLUGIN
+cxx-flags = $(filter-out $(cxx-drop), $(NOSTDINC_FLAGS) $(KBUILD_CFLAGS) \
+	$(KBUILD_CFLAGS_KERNEL_OR_MODULE) $(KBUILD_CFLAGS_MODULE) $(ccflags-y)) \
+	-std=gnu++20 -ffreestanding -fno-exceptions -fno-rtti \
+	-fno-threadsafe-statics -fno-use-cxa-atexit \
+	-fno-asynchronous-unwind-tables -fno-unwind-tables \
+	-Wall -Wextra -Wno-unused-parameter -Wvla \
+	-fno-delete-null-pointer-checks -fno-strict-aliasing -fwrapv \
+	-D__KERNEL__ -DMODULE $(cxxflags-y)
+
+# Fails, and takes the object away, when it needs what only a run-time of C++
+# has, or what is not in the list of symbols of the second argument.
+cxx-check = $(CONFIG_SHELL) $(zorva-scripts)/check_object.sh "$(NM)" \
+	"$(OBJDUMP)" $1 "$2" "$(CONFIG_CONSTRUCTORS)" || { rm -f $1; false; }
+
+quiet_cmd_cxx_o_cpp = CXX [M]  $@
+      cmd_cxx_o_cpp = $(CXX) -Wp,-MMD,$(depfile) $(cxx-flags) -c -o $@ $<
+
+quiet_cmd_cxx_check =
+      cmd_cxx_check = $(call cxx-check,$@)
+
+# What the kernel does to its own objects is done to these.
+define rule_cxx_o_cpp
+	$(call cmd_and_fixdep,cxx_o_cpp)
+	$(call cmd,objtool)
+	$(call cmd,record_mcount)
+	$(call cmd,cxx_check)
+endef
+
+$(obj)/%.o: $(src)/%.cpp $(zorva-scripts)/check_object.sh FORCE
+	$(call if_changed_rule,cxx_o_cpp)
+
+endif
