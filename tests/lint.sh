@@ -187,6 +187,13 @@ check_links()
 	done | none
 }
 
+# The sources of the module form layers, and the table that shows them is true.
+check_layers()
+{
+	awk -f tests/layers.awk docs/architecture.md \
+		"$module"/zorva_*.{cpp,h} plat/common/*.{cpp,h} | none
+}
+
 check_figures()
 {
 	bench/tables.sh --check
@@ -232,6 +239,7 @@ check "comments of exported functions" check_docs
 check "blanks and ends of lines" check_blanks
 check "licence lines" check_licence
 check "links between texts" check_links
+check "layers of the sources" check_layers
 check "figures of the measurements" check_figures
 
 echo "lint: $passed passed, $failed failed"

@@ -9,7 +9,7 @@
 #include "zorva_sem.h"
 #include "zorva_thread.h"
 #include "zorva_timer.h"
-#include "zorva_util.h"
+#include "zorva_debug.h"
 #include "zorva_wait.h"
 
 #include <string.h>

@@ -8,7 +8,7 @@
 
 #include "fake/kernel.h"
 #include "fake/tasks.h"
-#include "zorva_util.h"
+#include "zorva_debug.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Text output and the bounded copies. */
 #include "kernel_test.h"
-#include "zorva_lib.h"
+#include "zorva_text.h"
 #include "zorva_lkm.h"
 #include "zorva_mem.h"
 

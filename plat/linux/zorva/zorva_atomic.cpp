@@ -4,7 +4,7 @@
  * of each change, without a barrier; there is no lock.
  */
 #include "zorva_atomic.h"
-#include "zorva_util.h"
+#include "zorva_debug.h"
 
 u32 zorva_atomic_inc(zorva_atomic_t *counter)
 {

@@ -8,7 +8,7 @@
  * waits after the one that took the bits find an empty set.
  */
 #include "zorva_event.h"
-#include "zorva_util.h"
+#include "zorva_debug.h"
 #include "zorva/mem.h"
 
 zorva_event_t *zorva_event_create(u32 compId, const char *name)

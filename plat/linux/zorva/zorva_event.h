@@ -4,7 +4,7 @@
 #define ZORVA_EVENT_PRIVATE_H
 
 #include "zk.h"
-#include "zorva_lib.h"
+#include "zorva_text.h"
 #include "zorva/event.h"
 #include "zorva/mutex.h"
 

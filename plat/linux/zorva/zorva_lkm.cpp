@@ -8,12 +8,12 @@
  * service that owns it.
  */
 #include "zorva_lkm.h"
+#include "zorva_debug.h"
 #include "zorva_mem.h"
 #include "zorva_msgq.h"
 #include "zorva_sem.h"
 #include "zorva_thread.h"
 #include "zorva_timer.h"
-#include "zorva_util.h"
 
 constinit struct proc_dir_entry *_zorvaProcDir = nullptr;
 

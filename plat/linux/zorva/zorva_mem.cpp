@@ -10,9 +10,9 @@
  */
 #include "zorva_mem.h"
 #include "zorva_clock.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
-#include "zorva_lib.h"
-#include "zorva_util.h"
+#include "zorva_text.h"
 
 constinit zorva_mem_block_hdr_t *_pZorvaMallocMemList = nullptr;
 constinit zorva_mem_usage_t _zorvaMallocMemUsage[ZORVA_COMPONENTS] = {};

@@ -11,7 +11,7 @@
 #include "zorva_mem.h"
 #include "zorva_clock.h"
 #include "zorva_guard.h"
-#include "zorva_lib.h"
+#include "zorva_text.h"
 
 constinit char _targetComp[16] = {};
 

@@ -8,9 +8,9 @@
  * lock of a queue is taken under it.
  */
 #include "zorva_msgq.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
-#include "zorva_lib.h"
-#include "zorva_util.h"
+#include "zorva_text.h"
 #include "zorva/mem.h"
 
 namespace

@@ -11,9 +11,9 @@
 #include "zorva_sem.h"
 #include "zorva_atomic.h"
 #include "zorva_clock.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
 #include "zorva_thread.h"
-#include "zorva_util.h"
 #include "zorva/mem.h"
 
 constinit lock_registry<zorva_mutex> _zorvaMutexDbg = {};

@@ -4,7 +4,7 @@
 #define ZORVA_SEM_PRIVATE_H
 
 #include "zk.h"
-#include "zorva_lib.h"
+#include "zorva_text.h"
 #include "zorva/atomic.h"
 #include "zorva/mutex.h"
 #include "zorva/sem.h"

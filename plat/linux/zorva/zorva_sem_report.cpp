@@ -9,8 +9,8 @@
 #include "zorva_sem.h"
 #include "zorva_atomic.h"
 #include "zorva_clock.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
-#include "zorva_util.h"
 
 namespace
 {

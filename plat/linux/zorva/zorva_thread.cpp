@@ -9,9 +9,9 @@
  * so that one that was left listed can still be printed and looked at.
  */
 #include "zorva_thread.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
-#include "zorva_lib.h"
-#include "zorva_util.h"
+#include "zorva_text.h"
 #include "zorva/mem.h"
 
 namespace

@@ -10,9 +10,9 @@
  * back: it may start its timer again.
  */
 #include "zorva_timer.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
-#include "zorva_lib.h"
-#include "zorva_util.h"
+#include "zorva_text.h"
 #include "zorva/mem.h"
 
 constinit sys_sll_t *_pZorvaTimerList = nullptr;

@@ -4,7 +4,7 @@
 #define ZORVA_TIMER_PRIVATE_H
 
 #include "zk.h"
-#include "zorva_lib.h"
+#include "zorva_text.h"
 #include "zorva/timer.h"
 #include "../../common/sys_sll.h"
 

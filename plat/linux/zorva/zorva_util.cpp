@@ -1,26 +1,23 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The debug-print path, the readings of time, sleeps and delays, and the
- * subscriptions to network events.
+ * The readings of time, sleeps and delays, and the subscriptions to network
+ * events.
  *
- * Nothing here takes a lock. The registered debug-print function is stored
- * once, by a plain test and store; a clock is read through the kernel, which
- * retries a reading that a tick has torn.
+ * Nothing here takes a lock: a clock is read through the kernel, which retries
+ * a reading that a tick has torn.
  */
-#include "zorva_util.h"
 #include "zorva_clock.h"
+#include "zorva_debug.h"
 #include "zorva_thread.h"
 #include "zorva/atomic.h"
 #include "zorva/mem.h"
 #include "zorva/netevent.h"
-
-constinit sys_dbg_pr_fn_t _sys_dbg_pr_fn = nullptr;
+#include "zorva/time.h"
 
 namespace
 {
 
 constexpr u32 nsecs_per_tick = 10000000;
-constexpr size_t report_size = 257;
 constexpr u32 ticks_per_sec = 100;
 constexpr u32 usecs_per_tick = 10000;
 constexpr u32 longest_udelay = 1000;
@@ -81,28 +78,6 @@ void sleep_ticks(long ticks, bool only_threads)
 }
 
 } // namespace
-
-u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn)
-{
-	if (!_sys_dbg_pr_fn)
-		_sys_dbg_pr_fn = fn;
-	return ZORVA_RC_OK;
-}
-
-void zorva_debug_print(u32 level, const char *file, const char *func, s32 line,
-		       const char *format, ...)
-{
-	char text[report_size] = {};
-	va_list args;
-
-	va_start(args, format);
-	vsnprintf(text, sizeof(text), format, args);
-	va_end(args);
-	if (!_sys_dbg_pr_fn)
-		return;
-	_sys_dbg_pr_fn(ZORVA_COMPONENT_SELF, -1, level, file, func, line, "%s",
-		       text);
-}
 
 u32 zorva_uptime_get(u32 *msecs)
 {

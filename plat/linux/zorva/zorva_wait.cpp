@@ -10,8 +10,8 @@
  * atomic operations, and needs no lock.
  */
 #include "zorva_wait.h"
+#include "zorva_debug.h"
 #include "zorva_guard.h"
-#include "zorva_util.h"
 #include "zorva/mem.h"
 
 constinit wait_module *_zorvaWaitHead = nullptr;

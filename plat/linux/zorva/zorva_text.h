@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0 */
-/* Text functions of the module beyond the exported ones. */
-#ifndef ZORVA_LIB_PRIVATE_H
-#define ZORVA_LIB_PRIVATE_H
+/* Bounded copies, names and files: what every service uses. */
+#ifndef ZORVA_TEXT_H
+#define ZORVA_TEXT_H
 
 #include "zk.h"
 #include "zorva/lib.h"

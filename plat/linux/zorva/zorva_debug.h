@@ -1,12 +1,11 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /* The path of every report, and the argument checks. */
-#ifndef ZORVA_UTIL_H
-#define ZORVA_UTIL_H
+#ifndef ZORVA_DEBUG_PRIVATE_H
+#define ZORVA_DEBUG_PRIVATE_H
 
 #include "zk.h"
 #include "zorva/components.h"
 #include "zorva/debug.h"
-#include "zorva/time.h"
 
 extern "C" {
 
