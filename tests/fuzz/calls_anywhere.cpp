@@ -3,6 +3,7 @@
 #include "calls.h"
 
 #include "zorva_timer.h"
+#include "zorva/time.h"
 
 #include <string.h>
 

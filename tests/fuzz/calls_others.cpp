@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Calls for tasks: sleeps, network events, reports, text. */
 #include "calls.h"
+#include "zorva/time.h"
 
 #include <string.h>
 

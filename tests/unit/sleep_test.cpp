@@ -2,6 +2,7 @@
 /* Sleeps and delays. */
 #include "service_fixture.h"
 #include "zorva/thread.h"
+#include "zorva/time.h"
 
 namespace
 {

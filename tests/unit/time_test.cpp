@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* The readings of time. */
 #include "kernel_test.h"
+#include "zorva/time.h"
 
 #include <limits.h>
 #include <random>
