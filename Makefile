@@ -88,6 +88,11 @@ test-kernels: ## target-test on the debug kernel, the stock one, and a coarse cl
 soak: kernel ## all services at once, at random, against a model
 	@$(with_kernel) tests/soak/run.sh $(or $(SECONDS),60) $(SEED)
 
+.PHONY: gdb-test
+gdb-test: kernel ## the reports of a halted board, by the debugger
+	@target/install-deps.sh gdb
+	@$(with_kernel) tests/gdb/run.sh
+
 .PHONY: lint
 lint: ## format, static checks, shell scripts
 	@target/install-deps.sh lint

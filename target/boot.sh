@@ -21,6 +21,7 @@ usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
                    become environment variables of the scenario
   --icount SHIFT   count instructions: one takes 2^SHIFT ns of guest time
   --memory MB      128
+  --gdb SOCKET     wait for a debugger there before the kernel starts
 
 Exit status: 0 when the scenario's is 0; 1 when it failed, or the board never
 said; 2 for wrong usage; 3 when the kernel came to harm; 124 at the limit.
@@ -36,6 +37,7 @@ limit=120
 append=
 icount=
 memory=128
+gdb=
 while [ $# -gt 0 ]; do
 	case $1 in
 	--show) show=1 ;;
@@ -45,7 +47,7 @@ while [ $# -gt 0 ]; do
 		exit
 		;;
 	--kernel | --initrd | --log | --timeout | --append | --icount | \
-		--memory)
+		--memory | --gdb)
 		if [ $# -lt 2 ]; then
 			usage >&2
 			exit 2
@@ -58,6 +60,7 @@ while [ $# -gt 0 ]; do
 		--append) append=$2 ;;
 		--icount) icount=$2 ;;
 		--memory) memory=$2 ;;
+		--gdb) gdb=$2 ;;
 		esac
 		shift
 		;;
@@ -80,6 +83,7 @@ command -v qemu-system-mips >/dev/null ||
 qemu=(qemu-system-mips -M malta -cpu 24Kf -m "$memory" -nic none -vga none
 	-display none -no-reboot -kernel "$kernel" -initrd "$initrd")
 [ -z "$icount" ] || qemu+=(-icount "shift=$icount" -rtc clock=vm)
+[ -z "$gdb" ] || qemu+=(-S -gdb "unix:$gdb,server=on,wait=off")
 words="console=ttyS0 panic=-1 quiet"
 
 if [ -n "$shell" ]; then

@@ -18,6 +18,7 @@ usage: install-deps.sh GROUP...
   fuzz      the compiler of the fuzzers
   lint      formatting and static checks
   bench     the chart of the instruction counts
+  gdb       a debugger for the board
   docs      the site and the manual pages
   docs-test a browser and what looks at links
 END
@@ -55,6 +56,9 @@ for group in "$@"; do
 		;;
 	bench)
 		packages+=(gnuplot-nox)
+		;;
+	gdb)
+		packages+=(gdb-multiarch)
 		;;
 	docs)
 		packages+=(python3 python3-sphinx python3-myst-parser furo

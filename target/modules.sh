@@ -19,6 +19,9 @@ usage: modules.sh PART...
   tests     the suites and programs of tests/target
   bench     the measurements
   soak      the soak of tests/soak
+  gdb       what tests/gdb halts, and the types that the debugger needs
+
+Everything has its debug information.
 
 Parts are built in the order given; the others need the module.
 END
@@ -32,7 +35,7 @@ case ${1-} in
 esac
 for part in "$@"; do
 	case $part in
-	module | examples | tests | bench | soak) ;;
+	module | examples | tests | bench | soak | gdb) ;;
 	*)
 		usage >&2
 		exit 2
@@ -48,7 +51,7 @@ kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
 [ -d "$kernel" ] || die "$kernel: no such kernel tree"
 kernel=$(cd "$kernel" && pwd)
 copy=$ZORVA_BUILD/target
-sources=(plat examples bench tests/target tests/soak)
+sources=(plat examples bench tests/target tests/soak tests/gdb tools/gdb)
 
 build_lock
 
@@ -87,7 +90,7 @@ kbuild()
 	shift
 
 	make -C "$kernel" M="$copy/$dir" ARCH=mips \
-		CROSS_COMPILE="$CROSS_COMPILE" -j"$(jobs)" \
+		CROSS_COMPILE="$CROSS_COMPILE" -j"$(jobs)" KCFLAGS=-g \
 		${ZORVA_COMPONENTS:+ZORVA_COMPONENTS="$ZORVA_COMPONENTS"} \
 		"$@" modules
 }
@@ -127,6 +130,10 @@ for part in "$@"; do
 	module) step "modules: zorva" kbuild plat/linux/zorva ;;
 	examples | bench) step "modules: $part" kbuild_user "$part" ;;
 	soak) step "modules: soak" kbuild_user tests/soak ;;
+	gdb)
+		step "modules: gdb" kbuild_user tests/gdb
+		step "modules: types for gdb" kbuild tools/gdb
+		;;
 	tests)
 		step "modules: tests" kbuild_user tests/target
 		step "modules: test programs" programs

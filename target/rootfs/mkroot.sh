@@ -78,6 +78,9 @@ for file in "$@"; do
 	mode=644
 	[ ! -x "$from" ] || mode=755
 	install -D -m "$mode" "$from" "$root$to"
+	# The debug information stays on the host: it is most of a module.
+	[[ $to != *.ko ]] ||
+		"${CROSS_COMPILE}strip" --strip-debug "$root$to"
 done
 
 # The same files make the same archive.
