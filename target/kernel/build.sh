@@ -64,8 +64,7 @@ key()
 	} | short_hash
 }
 
-command -v "${CROSS_COMPILE}gcc" >/dev/null ||
-	die "no ${CROSS_COMPILE}gcc: run target/install-deps.sh target"
+need_cross_compiler
 tree=$ZORVA_CACHE/kernel-$(key)
 if [ -n "$print_dir" ]; then
 	printf '%s\n' "$tree"
@@ -124,14 +123,16 @@ compile()
 }
 
 # Leaves what modules, their tests and a reader of an oops need: vmlinux, the
-# headers, the build scripts, and the core's sources.
+# headers, the build scripts, the core's sources, and the kernel's own modules
+# where they were built.
 prune()
 {
 	cd "$work/linux"
 	find arch -mindepth 1 -maxdepth 1 -type d ! -name mips \
 		-exec rm -rf {} +
-	rm -rf Documentation drivers sound samples crypto firmware block \
-		security virt
+	rm -rf Documentation sound samples crypto firmware block security virt
+	find drivers -depth \( -type d -empty -o ! -type d ! -name '*.ko' \) \
+		-delete
 	find tools -mindepth 1 -maxdepth 1 ! -name include -exec rm -rf {} +
 	find . -path ./scripts -prune -o -type f \
 		\( -name '*.o' -o -name '*.a' -o -name '.*.cmd' \) \
