@@ -98,6 +98,14 @@ lint: ## format, static checks, shell scripts
 	@target/install-deps.sh lint
 	@tests/lint.sh
 
+.PHONY: tools
+tools: ## the inspector: build/tools/zorva
+	@target/install-deps.sh tools
+	@cmake -S tools/zorva -B build/tools >build/tools.log 2>&1 && \
+		cmake --build build/tools --parallel >>build/tools.log 2>&1 || \
+		{ tail -n 40 build/tools.log; false; }
+	@ls -l build/tools/zorva
+
 .PHONY: bench
 bench: kernel ## instructions of each call on the board, against limits
 	@target/install-deps.sh bench

@@ -16,6 +16,7 @@ usage: install-deps.sh GROUP...
   unit      the host tests: 32-bit compiler, CMake, GoogleTest
   coverage  what counts the lines that the host tests run
   fuzz      the compiler of the fuzzers
+  tools     the inspector's libraries
   lint      formatting and static checks
   bench     the chart of the instruction counts
   gdb       a debugger for the board
@@ -49,6 +50,10 @@ for group in "$@"; do
 		;;
 	fuzz)
 		packages+=(clang libclang-rt-14-dev)
+		;;
+	tools)
+		packages+=(make cmake g++ libcli11-dev libfmt-dev
+			nlohmann-json3-dev googletest)
 		;;
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck

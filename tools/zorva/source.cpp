@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: GPL-2.0
+#include "source.h"
+#include "parser.h"
+#include "snapshot.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+namespace zorva
+{
+namespace
+{
+
+/* Closes what it was given. */
+class open_file {
+public:
+	explicit open_file(int fd) : fd_(fd)
+	{
+	}
+	~open_file()
+	{
+		if (fd_ > STDERR_FILENO)
+			close(fd_);
+	}
+	open_file(const open_file &) = delete;
+	open_file &operator=(const open_file &) = delete;
+
+	int fd() const
+	{
+		return fd_;
+	}
+
+private:
+	const int fd_;
+};
+
+/* A file's pages, for as long as it lives. */
+class mapped_file {
+public:
+	mapped_file(int fd, size_t size)
+		: pages_(mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0)),
+		  size_(size)
+	{
+		if (pages_ != MAP_FAILED)
+			madvise(pages_, size_, MADV_SEQUENTIAL);
+	}
+	~mapped_file()
+	{
+		if (pages_ != MAP_FAILED)
+			munmap(pages_, size_);
+	}
+	mapped_file(const mapped_file &) = delete;
+	mapped_file &operator=(const mapped_file &) = delete;
+
+	bool mapped() const
+	{
+		return pages_ != MAP_FAILED;
+	}
+	std::string_view text() const
+	{
+		return { static_cast<const char *>(pages_), size_ };
+	}
+
+private:
+	void *const pages_;
+	const size_t size_;
+};
+
+/* All up to the end; false with errno. A report has no size of its own. */
+bool read_all(int fd, std::string &to)
+{
+	constexpr size_t piece = 64 * 1024;
+	size_t used = 0;
+
+	for (;;) {
+		if (to.size() < used + piece)
+			to.resize(std::max(used + piece, used * 3 / 2));
+
+		const ssize_t got =
+			read(fd, to.data() + used, to.size() - used);
+
+		if (got < 0 && errno == EINTR)
+			continue;
+		if (got <= 0) {
+			to.resize(used);
+			return got == 0;
+		}
+		used += got;
+	}
+}
+
+std::string problem(std::string_view what, int error)
+{
+	return fmt::format("{}: {}", what, strerror(error));
+}
+
+void read_proc_file(reading &into, const std::string &path)
+{
+	std::string text;
+
+	if (read_file(path, text))
+		parse_file(into, path, text);
+}
+
+/* A thread may end meanwhile: then there is nothing to be said of it. */
+void read_tasks(reading &into)
+{
+	const auto numbers_in = [](const std::string &directory) {
+		std::vector<std::string> found;
+		DIR *const open = opendir(directory.c_str());
+
+		while (const dirent *one = open ? readdir(open) : nullptr)
+			if (strspn(one->d_name, "0123456789") ==
+			    strlen(one->d_name))
+				found.emplace_back(one->d_name);
+		if (open)
+			closedir(open);
+		return found;
+	};
+
+	for (const std::string &process : numbers_in("/proc")) {
+		const std::string tasks = "/proc/" + process + "/task";
+
+		for (const std::string &one : numbers_in(tasks)) {
+			read_proc_file(into, tasks + "/" + one + "/stat");
+			read_proc_file(into, tasks + "/" + one + "/stack");
+		}
+	}
+}
+
+void read_directory(reading &into, const std::string &directory, bool live,
+		    const wants &what)
+{
+	bool found = false;
+
+	for (size_t i = 0; i < report_kinds; ++i) {
+		const auto kind = static_cast<report_kind>(i);
+		const std::string path = directory + "/" + report_name(kind);
+		std::string text;
+
+		if (live && kind == report_kind::mem_detail && !what.details)
+			continue;
+		if (read_file(path, text)) {
+			parse_file(into, path, text);
+			found = true;
+		} else if (errno != ENOENT) {
+			notes(into).add(severity::error, { UINT32_MAX, 0 },
+					problem(path, errno));
+		}
+	}
+	if (!found) {
+		into.failure =
+			fmt::format("{}: no report in it{}", directory,
+				    live ? " (is the module loaded?)" : "");
+		return;
+	}
+	if (!live)
+		return;
+	for (const char *path : { "/proc/uptime", "/proc/meminfo",
+				  "/proc/modules", "/proc/version" })
+		read_proc_file(into, path);
+	if (what.tasks)
+		read_tasks(into);
+}
+
+void read_open_file(reading &into, std::string_view name, int fd)
+{
+	struct stat about;
+	std::string text;
+
+	if (fstat(fd, &about) == 0 && S_ISREG(about.st_mode) &&
+	    about.st_size > 0 && lseek(fd, 0, SEEK_CUR) == 0) {
+		const mapped_file whole(fd, static_cast<size_t>(about.st_size));
+
+		if (whole.mapped()) {
+			parse_text(into, name, whole.text());
+			return;
+		}
+	}
+	if (read_all(fd, text))
+		parse_text(into, name, text);
+	else
+		into.failure = problem(name, errno);
+}
+
+void read_path(reading &into, const std::string &path, const wants &what)
+{
+	const open_file file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+	struct stat about;
+
+	if (file.fd() < 0 || fstat(file.fd(), &about) < 0) {
+		into.failure = problem(path, errno);
+		return;
+	}
+	if (S_ISDIR(about.st_mode))
+		read_directory(into, path, false, what);
+	else if (const auto kind = report_of(path)) {
+		std::string text;
+
+		if (read_all(file.fd(), text))
+			parse_file(into, path, text);
+		else
+			into.failure = problem(path, errno);
+	} else
+		read_open_file(into, path, file.fd());
+}
+
+/* What a command prints; its own complaints go to our standard error. */
+void read_command(reading &into, std::string_view name,
+		  std::vector<std::string> words, std::string_view input)
+{
+	std::vector<char *> arguments;
+	posix_spawn_file_actions_t actions;
+	int from[2], to[2];
+	std::string text;
+	pid_t child;
+	int error, status = 0;
+
+	for (std::string &word : words)
+		arguments.push_back(word.data());
+	arguments.push_back(nullptr);
+	if (pipe2(from, O_CLOEXEC) < 0 || pipe2(to, O_CLOEXEC) < 0) {
+		into.failure = problem(name, errno);
+		return;
+	}
+	posix_spawn_file_actions_init(&actions);
+	posix_spawn_file_actions_adddup2(&actions, to[0], STDIN_FILENO);
+	posix_spawn_file_actions_adddup2(&actions, from[1], STDOUT_FILENO);
+	error = posix_spawnp(&child, arguments[0], &actions, nullptr,
+			     arguments.data(), environ);
+	posix_spawn_file_actions_destroy(&actions);
+	close(to[0]);
+	close(from[1]);
+	if (error) {
+		close(to[1]);
+		close(from[0]);
+		into.failure = problem(words[0], error);
+		return;
+	}
+
+	/* Short enough for the pipe; who does not want it need not read it. */
+	while (!input.empty()) {
+		const ssize_t put = write(to[1], input.data(), input.size());
+
+		if (put < 0 && errno == EINTR)
+			continue;
+		if (put <= 0)
+			break;
+		input.remove_prefix(put);
+	}
+	close(to[1]);
+
+	const bool read = read_all(from[0], text);
+
+	error = errno;
+	close(from[0]);
+	while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+		;
+	if (!read)
+		into.failure = problem(name, error);
+	else if (text.empty() ||
+		 (WIFEXITED(status) && WEXITSTATUS(status) == 127))
+		into.failure = fmt::format("{}: it printed nothing", name);
+	else
+		parse_text(into, name, text);
+	if (into.failure.empty() && status != 0)
+		notes(into)
+			.add(severity::warning,
+			     { static_cast<uint32_t>(into.inputs.size() - 1),
+			       0 },
+			     "the command has failed; what it printed first is all there is");
+}
+
+} // namespace
+
+bool read_file(const std::string &path, std::string &to)
+{
+	const open_file file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+
+	return file.fd() >= 0 && read_all(file.fd(), to);
+}
+
+void read_source(reading &into, std::string_view source, const wants &what)
+{
+	constexpr std::string_view ssh = "ssh:", command = "cmd:";
+
+	if (source.empty() || source == "live") {
+		read_directory(into, live_directory, true, what);
+	} else if (source == "-") {
+		read_open_file(into, "standard input", STDIN_FILENO);
+	} else if (source.starts_with(ssh)) {
+		const std::string host(source.substr(ssh.size()));
+
+		if (host.empty() || host[0] == '-')
+			into.failure =
+				fmt::format("'{}': no host's name", host);
+		else
+			read_command(into, source,
+				     { "ssh", "--", host, "sh", "-s" },
+				     snapshot_script());
+	} else if (source.starts_with(command)) {
+		read_command(into, source,
+			     { "/bin/sh", "-c",
+			       std::string(source.substr(command.size())) },
+			     "");
+	} else {
+		read_path(into, std::string(source), what);
+	}
+}
+
+} // namespace zorva
