@@ -29,9 +29,9 @@ include=plat/linux/include
 module=plat/linux/zorva
 
 # The seam's sizes are those of the target, which the unit tests use as well.
-seam=(-I"$include" -I"$module" -Iplat/common -Itests/unit/fake
+seam=(-I"$include" -I"$module" -Iplat/common -Iplat/host/fake
 	-D__KERNEL__ -DMODULE)
-sizes=tests/unit/fake/zk_sizes.h
+sizes=plat/host/fake/zk_sizes.h
 
 # Layout and findings differ between versions: the one that Debian 12 has is
 # taken where several are installed.

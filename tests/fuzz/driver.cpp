@@ -24,6 +24,9 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 	testing::InitGoogleTest(argc, *argv);
 	testing::UnitTest::GetInstance()->listeners().Append(
 		new end_at_failure);
+	fake::on_failure([](const std::string &what) {
+		ADD_FAILURE() << what;
+	});
 	return 0;
 }
 

@@ -154,7 +154,7 @@ def main():
     counted = {each["file"] for each in files}
     for source in sorted((root / "plat").rglob("*.cpp")):
         file = str(source.relative_to(root))
-        if file not in counted:
+        if not file.startswith("plat/host/") and file not in counted:
             problems.append(f"{file}: is not compiled for the tests")
     for (file, name, what, text), number in counts.gaps.items():
         if (file, name, what, text) not in listed:

@@ -115,5 +115,8 @@ extern "C" const char *__ubsan_default_options()
 int main(int argc, char **argv)
 {
 	::testing::InitGoogleTest(&argc, argv);
+	fake::on_failure([](const std::string &what) {
+		ADD_FAILURE() << what;
+	});
 	return RUN_ALL_TESTS();
 }

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include <gtest/gtest.h>
-
 #include <stdio.h>
 #include <unistd.h>
 
@@ -77,7 +75,7 @@ void record(const std::string &text, const void *object)
 
 void fatal(const std::string &what)
 {
-	ADD_FAILURE() << what;
+	fail(what);
 	fflush(stdout);
 	fprintf(stderr, "%s\n", what.c_str());
 	_exit(1);

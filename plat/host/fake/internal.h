@@ -10,7 +10,9 @@
 namespace fake
 {
 
-/* Fails the running test: the kernel forbids what was just done. */
+/* Fails the running test. */
+void fail(const std::string &what);
+/* The same: the kernel forbids what was just done. */
 void complain(const std::string &what);
 /* Complains when the caller may not sleep. */
 void might_sleep(const char *caller);

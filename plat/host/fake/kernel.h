@@ -44,6 +44,12 @@ namespace fake
  */
 void restart();
 
+/*
+ * Names what is told of a failure of the running test; without one the text is
+ * printed and the process ends.
+ */
+void on_failure(void (*handler)(const std::string &what));
+
 /* Context: what the one processor is doing. */
 
 struct context {
