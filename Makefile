@@ -8,6 +8,11 @@
 # KERNEL_BUILD=DIR     build and boot with this 5.10 kernel tree instead
 # KERNEL_OPTS=...      options of target/kernel/build.sh for the board's own
 # ZORVA_COMPONENTS=F   the firmware's own table of components
+# M='DIR...'           directories with modules of your own, for run, shell,
+#                      module and module-test
+# SCENARIO=F           a shell script for the board to run
+# FILES='F=/PATH...'   more files for the board
+# SHARE=DIR            a folder of this machine that the board has at /mnt
 # BOARD_TIMEOUT=S      how long the board may run
 # BOARD_ARGS=...       more options of target/boot.sh
 # BOARD_ICOUNT=N       in the tests an instruction takes 2^N ns (4); empty:
@@ -29,14 +34,19 @@ one_name = $(if $(word 2,$($1)),$(error $1=$($1): a name with blanks))
 
 $(call one_name,ZORVA_COMPONENTS)
 $(call one_name,KERNEL_BUILD)
+$(call one_name,SCENARIO)
+$(call one_name,SHARE)
 ifdef ZORVA_COMPONENTS
 override ZORVA_COMPONENTS := $(abspath $(ZORVA_COMPONENTS))
 export ZORVA_COMPONENTS
+ifeq ($(wildcard $(ZORVA_COMPONENTS)),)
+$(error ZORVA_COMPONENTS=$(ZORVA_COMPONENTS): no such file)
+endif
 endif
 ifdef KERNEL_BUILD
 override KERNEL_BUILD := $(abspath $(KERNEL_BUILD))
 endif
-export BOARD_TIMEOUT BOARD_ARGS
+export BOARD_TIMEOUT BOARD_ARGS M SCENARIO FILES SHARE
 
 .NOTPARALLEL:
 
@@ -49,7 +59,7 @@ help: ## what can be made (this)
 	@sed -n -e '/^$$/q' -e '/^# KERNEL_BUILD=/,$$s/^# //p' Makefile
 
 .PHONY: run
-run: kernel ## boot the board and show the example firmware at work
+run: kernel ## boot the board and show the example firmware, or M, at work
 	@$(with_kernel) target/board.sh run
 
 .PHONY: shell
@@ -122,13 +132,21 @@ docs-test: docs ## links, and the pages as a browser and man show them
 	@docs/site/test.sh
 
 .PHONY: module
-module: kernel ## build/target/plat/linux/zorva/zorva.ko
-	@$(with_kernel) target/modules.sh module
-	@ls -l build/target/plat/linux/zorva/*.ko
+module: kernel ## build/target/plat/linux/zorva/zorva.ko, or the modules of M
+	@$(with_kernel) target/board.sh module
+
+.PHONY: module-test
+module-test: kernel ## the modules of M on the board: their tests, what they leave
+	@$(with_kernel) target/board.sh module-test
+
+.PHONY: info
+info: ## paths and flags for builds of your own
+	@$(with_kernel) target/board.sh info
 
 .PHONY: kernel
 kernel: ## the board's kernel, or a look at KERNEL_BUILD
 	@target/install-deps.sh target
+	@target/board.sh check
 ifdef KERNEL_BUILD
 	@test -f '$(KERNEL_BUILD)/Module.symvers' || \
 		{ echo '$(KERNEL_BUILD): not a built kernel tree'; false; }

@@ -27,7 +27,6 @@
 #include "fw_fdb.h"
 #include "fw_port.h"
 #include "fw_sys.h"
-#include "fw_thread.h"
 #include "fw_vlan.h"
 
 #define FDB_BUCKETS 32u
@@ -201,7 +200,7 @@ static void learn_stop(void)
 
 	zorva_msg_queue_send(ZORVA_COMP_FDB, learn_queue, &end, sizeof(end),
 			     ZORVA_WAIT_FOREVER);
-	fw_thread_wait(learn_thread);
+	zorva_thread_wait(learn_thread);
 }
 
 /*
@@ -233,7 +232,7 @@ static void age(void *unused)
 static void age_stop(void)
 {
 	zorva_thread_destroy(ZORVA_COMP_FDB, age_thread);
-	fw_thread_wait(age_thread);
+	zorva_thread_wait(age_thread);
 	age_thread = 0;
 }
 
@@ -282,7 +281,7 @@ static void save_stop(void)
 {
 	WRITE_ONCE(save_ends, true);
 	zorva_sem_give(ZORVA_COMP_FDB, save_request);
-	fw_thread_wait(save_thread);
+	zorva_thread_wait(save_thread);
 }
 
 /* The parameters. */

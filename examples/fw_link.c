@@ -21,7 +21,6 @@
 #include "fw_board.h"
 #include "fw_fdb.h"
 #include "fw_port.h"
-#include "fw_thread.h"
 
 #define POLL_MSECS 50u
 #define POLL_PRIORITY 32
@@ -117,7 +116,7 @@ static void poll_stop(void)
 	WRITE_ONCE(link_ends, true);
 	zorva_timer_stop(ZORVA_COMP_PORT, &poll_timer);
 	zorva_wake_up(ZORVA_COMP_PORT, poll_wait);
-	fw_thread_wait(poll_thread);
+	zorva_thread_wait(poll_thread);
 }
 
 /* The signal does not end the wait; an event, which may be empty, does. */
@@ -127,7 +126,7 @@ static void monitor_stop(void)
 
 	zorva_thread_destroy(ZORVA_COMP_PORT, monitor_thread);
 	zorva_event_set(ZORVA_COMP_PORT, link_event, nothing);
-	fw_thread_wait(monitor_thread);
+	zorva_thread_wait(monitor_thread);
 }
 
 static int __init fw_link_init(void)
@@ -156,7 +155,7 @@ static int __init fw_link_init(void)
 no_timer:
 	WRITE_ONCE(link_ends, true);
 	zorva_wake_up(ZORVA_COMP_PORT, poll_wait);
-	fw_thread_wait(poll_thread);
+	zorva_thread_wait(poll_thread);
 no_poll:
 	monitor_stop();
 no_monitor:

@@ -21,7 +21,6 @@
 #include "fw_board.h"
 #include "fw_fdb.h"
 #include "fw_port.h"
-#include "fw_thread.h"
 
 #define BUFFER_DEPTH 16u
 #define PRIORITY 64
@@ -118,7 +117,7 @@ static void destroy_all(void)
 		if (rx->thread) {
 			zorva_msg_queue_send(ZORVA_COMP_PORT, rx->buffer, &end,
 					     sizeof(end), ZORVA_WAIT_FOREVER);
-			fw_thread_wait(rx->thread);
+			zorva_thread_wait(rx->thread);
 		}
 		if (rx->buffer)
 			zorva_msg_queue_delete(ZORVA_COMP_PORT, rx->buffer);

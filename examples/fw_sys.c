@@ -19,7 +19,6 @@
 #include <zorva/zorva.h>
 
 #include "fw_sys.h"
-#include "fw_thread.h"
 
 #define HOUR_SECS 3600u
 #define HOURS_PRIORITY 255
@@ -157,7 +156,7 @@ static int __init fw_sys_init(void)
 
 no_timer:
 	zorva_thread_destroy(ZORVA_COMP_SYS, hours_thread);
-	fw_thread_wait(hours_thread);
+	zorva_thread_wait(hours_thread);
 no_thread:
 	zorva_sem_destroy(ZORVA_COMP_CFG, flash);
 	return -ENOMEM;
@@ -172,7 +171,7 @@ static void __exit fw_sys_exit(void)
 
 	watch_stop();
 	zorva_thread_destroy(ZORVA_COMP_SYS, hours_thread);
-	fw_thread_wait(hours_thread);
+	zorva_thread_wait(hours_thread);
 	zorva_sem_destroy(ZORVA_COMP_CFG, flash);
 }
 module_exit(fw_sys_exit);

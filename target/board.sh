@@ -1,8 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: GPL-2.0
 #
-# What make run, make shell and make target-test do with the board, once its
-# kernel is there.
+# What make run, make shell, make module-test and make target-test do with the
+# board, once its kernel is there.
 set -euo pipefail
 
 # shellcheck source=target/lib.sh
@@ -11,13 +11,21 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: board.sh run | shell | test [COUNTS]
+usage: board.sh run | shell | module | module-test | info | check
+       board.sh test [COUNTS]
 
-  run    the demonstration of the example firmware
-  shell  a shell on the board, with the module and the examples at hand
-  test   the target tests, then the demonstration; writes "PASSED FAILED"
+  run          the demonstration of the example firmware, or SCENARIO
+  shell        a shell on the board, with the module and the examples at hand
+  module       builds zorva, or the modules of M
+  module-test  loads the modules of M with their suites, unloads them, and
+               tells what failed and what is left
+  info         paths and flags for builds of one's own
+  check        looks at what is given here, and builds nothing
+  test         the target tests, then the demonstration; writes "PASSED FAILED"
 
-Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
+Environment: M (directories with modules of one's own), SCENARIO (a shell
+script for the board), FILES (more files for the board: HOST=PATH...), SHARE (a
+folder of this machine that the board has at /mnt), KERNEL_BUILD (a kernel tree instead of the board's own),
 BOARD_TIMEOUT (seconds; 300), BOARD_ARGS (more options for boot.sh),
 BOARD_ICOUNT (an instruction takes 2^N ns in the tests; 4, or empty for the
 host's own time), CROSS_COMPILE, ZORVA_CACHE.
@@ -29,7 +37,7 @@ case ${1-} in
 	usage
 	exit
 	;;
-run | shell) max_arguments=1 ;;
+run | shell | module | module-test | info | check) max_arguments=1 ;;
 test) max_arguments=2 ;;
 *) max_arguments=0 ;;
 esac
@@ -38,11 +46,47 @@ if [ $# -eq 0 ] || [ $# -gt "$max_arguments" ]; then
 	exit 2
 fi
 
+# The directories; the kernel's make must not see the name.
+read -r -a own_dirs <<<"${M-}"
+read -r -a own_files <<<"${FILES-}"
+scenario=${SCENARIO-}
+share=${SHARE-}
+unset M FILES SCENARIO SHARE
+
+# Whatever is wrong with what was given is said before anything is built.
+check_arguments()
+{
+	local file
+
+	# shellcheck disable=SC2086 # several words
+	"$ZORVA_ROOT/target/boot.sh" --check ${share:+--share "$share"} \
+		${BOARD_ARGS-}
+	need_cross_compiler
+	[ ${#own_dirs[@]} -eq 0 ] ||
+		"$ZORVA_ROOT/target/firmware.sh" --check "${own_dirs[@]}"
+	[ -z "$scenario" ] || [ -f "$scenario" ] ||
+		die "SCENARIO=$scenario: no such file"
+	for file in "${own_files[@]}"; do
+		[[ $file == ?*=/?* ]] ||
+			die "FILES: $file: say where the board has it (HOST=/PATH)"
+		[ -f "${file%%=*}" ] || die "FILES: ${file%%=*}: no such file"
+	done
+	[ -z "${ZORVA_COMPONENTS-}" ] ||
+		"$ZORVA_ROOT/plat/linux/scripts/components.sh" check \
+			"${CROSS_COMPILE}gcc" "$ZORVA_COMPONENTS" >&2
+}
+
+check_arguments
+[ "$1" != check ] || exit 0
+
 KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
 	--print-dir)}
 export KERNEL_BUILD
 built=$ZORVA_BUILD/target
 shopt -s nullglob
+
+# shellcheck source=target/own.sh
+. "$ZORVA_ROOT/target/own.sh"
 
 # boot NAME OPTION...: starts build/NAME.cpio.gz
 boot()
@@ -87,7 +131,9 @@ list_modules()
 firmware_root()
 {
 	list_modules plat/linux/zorva examples
-	make_root "$1" "${modules[@]}" "$built/examples/demo.sh=$2"
+	board_module fw_board
+	make_root "$1" "${modules[@]}" "$built/examples/demo.sh=$2" \
+		"$board_module=/etc/board-module"
 }
 
 test_root()
@@ -145,7 +191,29 @@ run_tests()
 	[ "$failed" -eq 0 ]
 }
 
+if [ $((${#own_dirs[@]} + ${#own_files[@]})) -gt 0 ] ||
+	[ -n "$scenario$share" ]; then
+	case $1 in
+	run | shell | module)
+		own_"$1"
+		exit
+		;;
+	esac
+fi
+
 case $1 in
+module)
+	build_lock
+	"$ZORVA_ROOT/target/modules.sh" module
+	ls -l "$built"/plat/linux/zorva/*.ko
+	;;
+module-test)
+	[ ${#own_dirs[@]} -gt 0 ] || die "module-test: give M=DIR"
+	own_test
+	;;
+info)
+	show_info
+	;;
 run)
 	build_lock
 	prepare module examples

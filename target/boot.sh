@@ -22,10 +22,20 @@ usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
   --icount SHIFT   count instructions: one takes 2^SHIFT ns of guest time
   --memory MB      128
   --gdb SOCKET     wait for a debugger there before the kernel starts
+  --share DIR      a folder of this machine that the board has at /mnt
+  --check          look at the options and for the emulator, and start nothing
 
-Exit status: 0 when the scenario's is 0; 1 when it failed, or the board never
-said; 2 for wrong usage; 3 when the kernel came to harm; 124 at the limit.
+Exit status: the scenario's, but 1 when the board never said; 2 for wrong
+usage; 3 when the kernel came to harm; 124 at the limit.
 END
+}
+
+# BOARD_ARGS is where most options come from that are none.
+wrong_usage()
+{
+	say "boot.sh: $1${BOARD_ARGS:+ (BOARD_ARGS=$BOARD_ARGS)};" \
+		"target/boot.sh --help shows them"
+	exit 2
 }
 
 kernel=
@@ -38,20 +48,20 @@ append=
 icount=
 memory=128
 gdb=
+share=
+check=
 while [ $# -gt 0 ]; do
 	case $1 in
 	--show) show=1 ;;
 	--shell) shell=1 ;;
+	--check) check=1 ;;
 	-h | --help)
 		usage
 		exit
 		;;
 	--kernel | --initrd | --log | --timeout | --append | --icount | \
-		--memory | --gdb)
-		if [ $# -lt 2 ]; then
-			usage >&2
-			exit 2
-		fi
+		--memory | --gdb | --share)
+		[ $# -ge 2 ] || wrong_usage "$1: says nothing more"
 		case $1 in
 		--kernel) kernel=$2 ;;
 		--initrd) initrd=$2 ;;
@@ -61,30 +71,38 @@ while [ $# -gt 0 ]; do
 		--icount) icount=$2 ;;
 		--memory) memory=$2 ;;
 		--gdb) gdb=$2 ;;
+		--share) share=$2 ;;
 		esac
 		shift
 		;;
 	*)
-		usage >&2
-		exit 2
+		wrong_usage "$1: no such option"
 		;;
 	esac
 	shift
 done
+command -v qemu-system-mips >/dev/null ||
+	die "no qemu-system-mips in PATH: run target/install-deps.sh target"
+[ -z "$share" ] || [ -d "$share" ] || die "$share: no such folder to share"
+[ -z "$check" ] || exit 0
 if [ -z "$kernel" ] || [ -z "$initrd" ]; then
 	usage >&2
 	exit 2
 fi
 [ -f "$kernel" ] || die "$kernel: no such kernel"
 [ -f "$initrd" ] || die "$initrd: no such archive"
-command -v qemu-system-mips >/dev/null ||
-	die "no qemu-system-mips: run target/install-deps.sh target"
 
 qemu=(qemu-system-mips -M malta -cpu 24Kf -m "$memory" -nic none -vga none
 	-display none -no-reboot -kernel "$kernel" -initrd "$initrd")
 [ -z "$icount" ] || qemu+=(-icount "shift=$icount" -rtc clock=vm)
 [ -z "$gdb" ] || qemu+=(-S -gdb "unix:$gdb,server=on,wait=off")
 words="console=ttyS0 panic=-1 quiet"
+if [ -n "$share" ]; then
+	# A comma would end the name; it is said by two.
+	qemu+=(-fsdev "local,id=share,path=${share//,/,,},security_model=none"
+		-device "virtio-9p-pci,fsdev=share,mount_tag=share")
+	words+=" share"
+fi
 
 if [ -n "$shell" ]; then
 	read -r rows cols < <(stty size 2>/dev/null || echo 0 0)
@@ -134,29 +152,33 @@ sed -Ei "${clean[@]}" "$log"
 harm='^\[ *[0-9.]+\] (.*\[#[0-9]+\]:$|Kernel panic|(watchdog: )?BUG[: ]'
 harm+='|CPU [0-9]+ Unable to handle|WARNING: [a-z]|INFO: (task|rcu))'
 if grep -Eq "$harm" "$log"; then
-	say "boot.sh: the kernel came to harm; console: $log"
 	[ -n "$show" ] || grep -E -m 1 -A 30 "$harm" "$log" >&2
+	# The module in whose code it happened, if it was one.
+	place=$(sed -nE 's/.*\b(epc|RIP) *: .* ([^ ]+) \[([^] ]*)\].*/\3, \2/p' \
+		"$log" | head -n 1)
+	say "boot.sh: the kernel came to harm${place:+ in $place};" \
+		"console: $log"
 	exit 3
 fi
 case $status in
 124 | 137)
-	say "boot.sh: the board was stopped at the limit of $limit s;" \
-		"console: $log"
 	[ -n "$show" ] || tail -n 20 "$log" >&2
+	say "boot.sh: the board was stopped at the limit of $limit s" \
+		"(BOARD_TIMEOUT=$limit); console: $log"
 	exit 124
 	;;
 esac
 result=$(sed -n 's/^scenario: exit status \([0-9][0-9]*\)$/\1/p' "$log" |
 	tail -n 1)
 if [ -z "$result" ]; then
+	[ -n "$show" ] || tail -n 20 "$log" >&2
 	say "boot.sh: the board ended without the scenario's status" \
 		"(emulator: $status); console: $log"
-	[ -n "$show" ] || tail -n 20 "$log" >&2
 	exit 1
 fi
 if [ "$result" -ne 0 ]; then
 	say "boot.sh: the scenario failed with status $result after $took s;" \
 		"console: $log"
-	exit 1
+	exit "$result"
 fi
 say "  board: scenario passed, $took s"

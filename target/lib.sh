@@ -27,6 +27,21 @@ die()
 	exit 1
 }
 
+# Fails unless there are the compilers that CROSS_COMPILE names.
+need_cross_compiler()
+{
+	local compiler
+
+	for compiler in gcc g++; do
+		compiler=$CROSS_COMPILE$compiler
+		command -v "$compiler" >/dev/null && continue
+		[ "$CROSS_COMPILE" != mips-linux-gnu- ] ||
+			die "no $compiler: run target/install-deps.sh target"
+		die "no $compiler in PATH: CROSS_COMPILE=$CROSS_COMPILE" \
+			"is the prefix of no compiler here"
+	done
+}
+
 # The kernel's make cannot work in such a directory, and neither can all of
 # the emulator's options name what is in it.
 for dir in "$ZORVA_ROOT" "$ZORVA_CACHE" "${KERNEL_BUILD-}"; do
@@ -63,6 +78,31 @@ list_sources()
 		done
 	done <<<"$files"
 )
+
+# sync_files FROM TO
+#
+# Makes TO hold the files of FROM that standard input names, in order. Only
+# what differs is copied, and then counts as changed now: an older file put
+# back in place must be compiled as well. What an earlier list had and this one
+# has not goes; what was built there stays.
+sync_files()
+{
+	local from=$1 to=$2 file
+
+	LC_ALL=C sort >"$to/.files.new"
+	if [ -f "$to/.files" ]; then
+		LC_ALL=C comm -23 "$to/.files" "$to/.files.new" |
+			(cd "$to" && xargs -r -d '\n' rm -f --)
+	fi
+	while read -r file; do
+		if ! cmp -s "$from/$file" "$to/$file"; then
+			mkdir -p "$(dirname "$to/$file")"
+			cp --preserve=mode "$from/$file" "$to/$file"
+			echo "changed: $file"
+		fi
+	done <"$to/.files.new"
+	mv "$to/.files.new" "$to/.files"
+}
 
 # Shows that a command is still at work: on a terminal one line that counts,
 # elsewhere a line now and then, so that a log stays short.

@@ -61,26 +61,10 @@ if [ "$(cat "$copy/.kernel" 2>/dev/null)" != "$kernel" ]; then
 fi
 mkdir -p "$copy"
 
-# Only what differs is copied, and then counts as changed now: an older file
-# put back in place must be compiled as well.
 sync_sources()
 {
-	local file
-
-	cd "$ZORVA_ROOT"
-	list_sources "${sources[@]}" | LC_ALL=C sort >"$copy/.files.new"
-	if [ -f "$copy/.files" ]; then
-		LC_ALL=C comm -23 "$copy/.files" "$copy/.files.new" |
-			(cd "$copy" && xargs -r -d '\n' rm -f --)
-	fi
-	while read -r file; do
-		if ! cmp -s "$file" "$copy/$file"; then
-			mkdir -p "$copy/${file%/*}"
-			cp --preserve=mode "$file" "$copy/$file"
-			echo "changed: $file"
-		fi
-	done <"$copy/.files.new"
-	mv "$copy/.files.new" "$copy/.files"
+	list_sources "${sources[@]}" |
+		sync_files "$ZORVA_ROOT" "$copy"
 	printf '%s\n' "$kernel" >"$copy/.kernel"
 }
 

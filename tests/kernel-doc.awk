@@ -3,7 +3,7 @@
 # kernel-doc.awk EXPORTS HEADER...
 #
 # Compares the functions that the headers declare with the list of exported
-# symbols, and each kernel-doc comment with the declaration behind it. Prints
+# symbols, which has none of those that they define themselves, and each kernel-doc comment with the declaration behind it. Prints
 # one line for everything that is missing or superfluous.
 
 function problem(text)
@@ -76,7 +76,7 @@ function declaration(text,    head, name, count, names, known, i,
 	name = substr(head, RSTART, RLENGTH)
 	head = substr(head, 1, RSTART - 1)
 	declared[name] = 1
-	if (!(name in exported))
+	if (!compiled_in && !(name in exported))
 		problem(name "() is not exported")
 	if (comment == "") {
 		problem(name "() has no kernel-doc comment")
@@ -129,6 +129,23 @@ state == "comment" {
 	line = $0
 	sub(/^ \* ?/, "", line)
 	comment = comment (comment == "" ? "" : "\n") line
+	next
+}
+
+# A function that is compiled into its users ends at the margin.
+state == "body" {
+	if (/^}$/)
+		state = "code"
+	next
+}
+
+state == "code" && text != "" && /^\{$/ {
+	compiled_in = 1
+	declaration(text)
+	compiled_in = 0
+	text = ""
+	comment = ""
+	state = "body"
 	next
 }
 

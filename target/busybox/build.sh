@@ -39,8 +39,7 @@ case ${1-} in
 	;;
 esac
 
-command -v "${CROSS_COMPILE}gcc" >/dev/null ||
-	die "no ${CROSS_COMPILE}gcc: run target/install-deps.sh target"
+need_cross_compiler
 # shellcheck source=/dev/null
 codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-stable}")
 key=$({

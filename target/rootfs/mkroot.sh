@@ -43,7 +43,7 @@ trap 'rm -rf "$stage"' EXIT
 
 umask 022
 root=$stage/root
-mkdir -p "$root"/{bin,dev,etc,lib/modules/zorva,proc,root,sbin,sys,tmp} \
+mkdir -p "$root"/{bin,dev,etc,lib/modules/zorva,mnt,proc,root,sbin,sys,tmp} \
 	"$root"/{usr/bin,usr/sbin,var}
 install -m 755 "$busybox/busybox" "$root/bin/busybox"
 while read -r name; do

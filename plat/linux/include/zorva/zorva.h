@@ -15,6 +15,7 @@
 #include "netevent.h"
 #include "sem.h"
 #include "thread.h"
+#include "thread_wait.h"
 #include "time.h"
 #include "timer.h"
 #include "wait.h"
