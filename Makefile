@@ -112,7 +112,7 @@ lint: ## format, static checks, shell scripts
 tools: ## the inspector: build/tools/zorva
 	@target/install-deps.sh tools
 	@cmake -S tools/zorva -B build/tools >build/tools.log 2>&1 && \
-		cmake --build build/tools --parallel >>build/tools.log 2>&1 || \
+		cmake --build build/tools --parallel "$$(nproc)" >>build/tools.log 2>&1 || \
 		{ tail -n 40 build/tools.log; false; }
 	@ls -l build/tools/zorva
 
