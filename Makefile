@@ -89,6 +89,11 @@ fuzz: ## hostile sequences of calls on this machine, against a fake kernel
 target-test: kernel ## the tests on the board
 	@$(with_kernel) target/board.sh test
 
+.PHONY: kit-test
+kit-test: kernel ## modules of one's own on the board, and the page about them
+	@target/install-deps.sh kit
+	@$(with_kernel) tests/kit/run.sh
+
 .PHONY: test-kernels
 test-kernels: ## target-test on the debug kernel, the stock one, and a coarse clock
 	@target/install-deps.sh target

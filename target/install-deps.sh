@@ -18,6 +18,7 @@ usage: install-deps.sh GROUP...
   fuzz      the compiler of the fuzzers
   tools     the inspector's libraries
   lint      formatting and static checks
+  kit       what types the commands of the page for the first module
   bench     the chart of the instruction counts
   gdb       a debugger for the board
   docs      the site and the manual pages
@@ -58,6 +59,9 @@ for group in "$@"; do
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck
 			shellcheck)
+		;;
+	kit)
+		packages+=(python3)
 		;;
 	bench)
 		packages+=(gnuplot-nox)
@@ -116,5 +120,8 @@ apt()
 }
 
 say "Installing: ${missing[*]}"
+# apt itself says little in much.
+# shellcheck disable=SC2034 # step looks at it
+step_failure="cannot fetch the Debian packages ${missing[*]}: is there a network?"
 step "packages: update the lists" apt update
 step "packages: install" apt install -y --no-install-recommends "${missing[@]}"

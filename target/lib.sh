@@ -81,10 +81,10 @@ list_sources()
 
 # sync_files FROM TO
 #
-# Makes TO hold the files of FROM that standard input names, in order. Only
-# what differs is copied, and then counts as changed now: an older file put
-# back in place must be compiled as well. What an earlier list had and this one
-# has not goes; what was built there stays.
+# Makes TO hold the files of FROM that standard input names. Only what differs
+# is copied, and then counts as changed now: an older file put back in place
+# must be compiled as well. What an earlier list had and this one has not goes;
+# what was built there stays.
 sync_files()
 {
 	local from=$1 to=$2 file
@@ -94,14 +94,24 @@ sync_files()
 		LC_ALL=C comm -23 "$to/.files" "$to/.files.new" |
 			(cd "$to" && xargs -r -d '\n' rm -f --)
 	fi
-	while read -r file; do
-		if ! cmp -s "$from/$file" "$to/$file"; then
+	hash_files "$from" <"$to/.files.new" >"$to/.hashes.from"
+	hash_files "$to" <"$to/.files.new" >"$to/.hashes.to"
+	LC_ALL=C comm -23 "$to/.hashes.from" "$to/.hashes.to" | cut -c 35- |
+		while read -r file; do
 			mkdir -p "$(dirname "$to/$file")"
 			cp --preserve=mode "$from/$file" "$to/$file"
 			echo "changed: $file"
-		fi
-	done <"$to/.files.new"
+		done
 	mv "$to/.files.new" "$to/.files"
+	rm -f "$to/.hashes.from" "$to/.hashes.to"
+}
+
+# The hashes of the files of a directory that standard input names; those that
+# are not there have none.
+hash_files()
+{
+	(cd "$1" && xargs -r -d '\n' md5sum --) 2>/dev/null | LC_ALL=C sort ||
+		true
 }
 
 # Shows that a command is still at work: on a terminal one line that counts,
@@ -130,7 +140,8 @@ step_ticker()
 # step TEXT COMMAND...
 #
 # Runs a command or a function with its output in a log of its own, and ends
-# the script when it fails. Not for use in a condition: the shell would then
+# the script when it fails, with the log's last lines or, when step_failure is
+# set, with that as the one line that says why. Not for use in a condition: the shell would then
 # ignore failures within a function.
 step()
 {
@@ -158,6 +169,10 @@ step()
 	wait "$ticker" 2>/dev/null || true
 	[ -t 2 ] && printf '\r\033[K' >&2
 
+	if [ "$status" -ne 0 ] && [ -n "${step_failure-}" ]; then
+		say "${0##*/}: $step_failure; log: $log"
+		exit "$status"
+	fi
 	if [ "$status" -ne 0 ]; then
 		say "  $text: FAILED after $((SECONDS - start)) s (status $status)"
 		say "---- last lines of $log"

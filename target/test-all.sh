@@ -69,8 +69,9 @@ sum_up()
 		"$passed" "$failed" "$seconds")$'\n'
 }
 
-rm -f "$ZORVA_BUILD"/{lint,unit,target}.status
+rm -f "$ZORVA_BUILD"/{lint,kit,unit,target}.status
 run lint tests/lint.sh
+run kit tests/kit/messages.sh
 
 # The board keeps one processor busy, so the unit tests are compiled and run
 # meanwhile; what they print comes when both are done.
@@ -80,7 +81,7 @@ run target target/board.sh test
 wait
 cat "$ZORVA_BUILD/unit.out"
 
-for name in lint unit target; do
+for name in lint kit unit target; do
 	sum_up "$name"
 done
 say "== all"

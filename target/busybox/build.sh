@@ -104,7 +104,10 @@ fi
 if [ ! -d "$result" ]; then
 	say "Building the board's BusyBox, once: $result"
 	work=$(cache_workdir busybox)
+	# shellcheck disable=SC2034 # step looks at it
+	step_failure="cannot fetch BusyBox's source package, which is needed once: is there a network?"
 	step "busybox: fetch" fetch
+	step_failure=
 	step "busybox: configure" configure
 	step "busybox: compile" compile
 	step "busybox: collect" collect

@@ -146,7 +146,10 @@ fi
 if [ ! -d "$tree" ]; then
 	say "Building the board's kernel, once: $tree"
 	work=$(cache_workdir kernel)
+	# shellcheck disable=SC2034 # step looks at it
+	step_failure="cannot fetch $PACKAGE $VERSION, which is needed once (${source_deb##*/} in $ZORVA_CACHE does as well): is there a network?"
 	[ -f "$source_deb" ] || step "kernel: fetch $PACKAGE $VERSION" fetch
+	step_failure=
 	step "kernel: unpack" unpack
 	[ ${#patches[@]} -eq 0 ] || step "kernel: patch" apply_patches
 	step "kernel: configure" configure

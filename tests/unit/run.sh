@@ -33,35 +33,31 @@ source=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$source/../.." && pwd)/build/$name
 log=$build/run.log
 counts=${1:-}
-jobs=$(nproc)
 
-# A build started from make must not join that make's job server.
-unset MAKEFLAGS MFLAGS MAKELEVEL MAKEOVERRIDES
+# shellcheck source=target/lib.sh
+. "$source/../../target/lib.sh"
 
 show_log_and_die()
 {
 	cat "$log" >&2
-	echo "unit: $1" >&2
-	exit 1
+	die "$1"
 }
 
 mkdir -p "$build"
 exec 9>"$build/.lock"
 flock -n 9 || {
-	echo "$name: waiting: another run uses $build"
+	say "$name: waiting: another run uses $build"
 	flock 9
 }
 [ -z "$counts" ] || rm -f "$counts"
 
-cmake -S "$source" -B "$build" "${options[@]}" >"$log" 2>&1 ||
-	show_log_and_die "cannot be configured"
-cmake --build "$build" --parallel "$jobs" >"$log" 2>&1 ||
-	show_log_and_die "cannot be built"
-grep -A3 'warning:' "$log" >&2 || true
+step "$name: configure" cmake -S "$source" -B "$build" "${options[@]}"
+step "$name: compile" cmake --build "$build" --parallel "$(jobs)"
+grep -A3 'warning:' "$ZORVA_LOGS/$name-compile.log" >&2 || true
 
 start=$SECONDS
 status=0
-ctest --test-dir "$build" --parallel "$jobs" --output-on-failure \
+ctest --test-dir "$build" --parallel "$(jobs)" --output-on-failure \
 	--no-tests=error >"$log" 2>&1 || status=$?
 
 # The last lines have it all: "98% tests passed, 4 tests failed out of 263".
