@@ -84,6 +84,8 @@ coverage: ## what of the module the unit tests run, against the list
 fuzz: ## hostile sequences of calls on this machine, against a fake kernel
 	@target/install-deps.sh unit fuzz
 	@tests/fuzz/run.sh $(FUZZ_ARGS) $(or $(SECONDS),60)
+	@target/install-deps.sh tools
+	@tools/zorva/fuzz.sh $(FUZZ_ARGS) $(or $(SECONDS),60)
 
 .PHONY: target-test
 target-test: kernel ## the tests on the board
@@ -116,10 +118,19 @@ lint: ## format, static checks, shell scripts
 .PHONY: tools
 tools: ## the inspector: build/tools/zorva
 	@target/install-deps.sh tools
-	@cmake -S tools/zorva -B build/tools >build/tools.log 2>&1 && \
+	@mkdir -p build && cmake -S tools/zorva -B build/tools >build/tools.log 2>&1 && \
 		cmake --build build/tools --parallel "$$(nproc)" >>build/tools.log 2>&1 || \
 		{ tail -n 40 build/tools.log; false; }
 	@ls -l build/tools/zorva
+
+.PHONY: tools-test
+tools-test: ## the tests of the inspector
+	@target/install-deps.sh tools
+	@tools/zorva/run_tests.sh
+
+.PHONY: tools-bench
+tools-bench: tools ## the inspector on a million blocks, against limits
+	@tools/zorva/bench.py build/tools/zorva
 
 .PHONY: bench
 bench: kernel ## instructions of each call on the board, against limits

@@ -44,7 +44,7 @@ for group in "$@"; do
 		;;
 	unit)
 		packages+=(make cmake g++ g++-12-multilib libc6-dev-i386
-			googletest)
+			googletest libfmt-dev)
 		;;
 	coverage)
 		packages+=(gcovr python3)
@@ -54,7 +54,7 @@ for group in "$@"; do
 		;;
 	tools)
 		packages+=(make cmake g++ libcli11-dev libfmt-dev
-			nlohmann-json3-dev googletest)
+			nlohmann-json3-dev googletest python3-jsonschema)
 		;;
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck

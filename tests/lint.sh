@@ -118,7 +118,7 @@ check_blanks()
 	list_sources | while read -r file; do
 		grep -Iq . "$file" || continue
 		case $file in
-		tests/fuzz/corpus/*) continue ;;
+		tests/fuzz/corpus/* | tools/zorva/samples/*) continue ;;
 		*.patch) ;;
 		*) grep -HnE '[[:blank:]]$' "$file" || true ;;
 		esac

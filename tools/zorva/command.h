@@ -57,7 +57,13 @@ struct command {
 /* In the order of the help. */
 extern const std::vector<const command *> commands;
 
+extern const command leaks_command;
 extern const command mem_command;
+extern const command queues_command;
+extern const command snapshot_command;
+extern const command threads_command;
+extern const command timers_command;
+extern const command torn_command;
 
 /*
  * read_for - reads a source for a command, and says on standard error what
@@ -80,6 +86,8 @@ constexpr int json_version = 1;
  * what was read.
  */
 nlohmann::ordered_json json_head(const char *command, const reading &from);
+/* For a command that reads more than one source: adds another one's. */
+void json_add_reading(nlohmann::ordered_json &head, const reading &from);
 /* A place in the input: {"input": NAME, "line": N}. */
 nlohmann::ordered_json json_place(const reading &from, place at);
 void print_json(const nlohmann::ordered_json &json);

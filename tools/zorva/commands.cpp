@@ -9,7 +9,8 @@ namespace zorva
 {
 
 const std::vector<const command *> commands = {
-	&mem_command,
+	&snapshot_command, &mem_command,    &leaks_command,   &torn_command,
+	&queues_command,   &timers_command, &threads_command,
 };
 
 namespace

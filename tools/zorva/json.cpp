@@ -40,27 +40,38 @@ json json_place(const reading &from, place at)
 	return shown;
 }
 
+void json_add_reading(json &head, const reading &from)
+{
+	json &read = head["read"];
+
+	for (const input &one : from.inputs)
+		read["inputs"].push_back({ { "name", json_text(one.name) },
+					   { "bytes", one.bytes } });
+	for (const diagnostic &one : from.diagnostics)
+		read["diagnostics"].push_back(
+			{ { "severity", severity_name(one.level) },
+			  { "at", json_place(from, one.at) },
+			  { "text", json_text(one.text) } });
+	for (const auto &[name, count] :
+	     { std::pair("notes", from.notes),
+	       std::pair("warnings", from.warnings),
+	       std::pair("errors", from.errors),
+	       std::pair("other_lines", from.other_lines) })
+		read[name] = read[name].get<uint64_t>() + count;
+}
+
 json json_head(const char *command, const reading &from)
 {
 	json head = json::object();
-	json inputs = json::array();
-	json said = json::array();
 
-	for (const input &one : from.inputs)
-		inputs.push_back({ { "name", json_text(one.name) },
-				   { "bytes", one.bytes } });
-	for (const diagnostic &one : from.diagnostics)
-		said.push_back({ { "severity", severity_name(one.level) },
-				 { "at", json_place(from, one.at) },
-				 { "text", json_text(one.text) } });
 	head["version"] = json_version;
 	head["command"] = command;
-	head["read"] = { { "inputs", std::move(inputs) },
-			 { "notes", from.notes },
-			 { "warnings", from.warnings },
-			 { "errors", from.errors },
-			 { "other_lines", from.other_lines },
-			 { "diagnostics", std::move(said) } };
+	head["read"] = {
+		{ "inputs", json::array() }, { "notes", 0 },
+		{ "warnings", 0 },	     { "errors", 0 },
+		{ "other_lines", 0 },	     { "diagnostics", json::array() }
+	};
+	json_add_reading(head, from);
 	return head;
 }
 

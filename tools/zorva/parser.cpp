@@ -120,7 +120,8 @@ std::optional<mention> find_mention(std::string_view line)
 		const size_t end =
 			word.find_first_not_of("abcdefghijklmnopqrstuvwxyz.");
 
-		if (at && line[at - 1] != '/' && line[at - 1] != ' ')
+		/* A name alone is what "ls" has printed. */
+		if (!at || (line[at - 1] != '/' && line[at - 1] != ' '))
 			continue;
 		if (const auto kind = report_of(word.substr(0, end)))
 			return mention{ *kind,
@@ -181,6 +182,8 @@ private:
 	void settle_half();
 	void unreadable(std::string_view text, place at);
 	void cut_line(std::string_view text, place at);
+	void add_to_sum(std::string_view text);
+	void settle_sum();
 	task &task_of(int64_t pid, place at);
 
 	model &moment()
@@ -211,6 +214,7 @@ private:
 	bool in_snapshot_ = false;
 	bool after_snapshot_ = false;
 	checksum sum_;
+	std::string_view unsummed_; /* lines that are not yet in the sum */
 };
 
 void text_parser::unreadable(std::string_view text, place at)
@@ -272,7 +276,15 @@ bool text_parser::report_line(std::string_view text, place at)
 	if (!parser_ || parser_->line(text, at) != taken::yes)
 		return false;
 	state_.end = at;
+	if (content_ == content::loose && parser_->complete())
+		end_report();
 	return true;
+}
+
+/* What several reports have, and says nothing: empty lines, and drawn ones. */
+bool is_rule(std::string_view text)
+{
+	return text.find_first_not_of("-= ") == text.npos;
 }
 
 /* Outside of sections: whether a report begins here, or goes on. */
@@ -304,7 +316,7 @@ bool text_parser::loose_line(std::string_view text, place at)
 	/* A part of a report that somebody has picked out of it. */
 	const auto trial = make_parser(hint_->kind);
 
-	if (text.empty() || trial->line(text, at) != taken::yes)
+	if (is_rule(text) || trial->line(text, at) != taken::yes)
 		return false;
 	begin_report(hint_->kind, false, at);
 	return report_line(text, at);
@@ -403,6 +415,7 @@ void text_parser::begin_snapshot(std::string_view mark, place at)
 	in_snapshot_ = true;
 	exact_ = true;
 	sum_ = {};
+	unsummed_ = {};
 	content_ = content::unwanted;
 	hint_ = {};
 	if (!is_empty(moment()))
@@ -416,6 +429,7 @@ void text_parser::end_snapshot(scan rest, place at)
 	uint64_t bytes;
 
 	end_report();
+	settle_sum();
 	in_snapshot_ = false;
 	exact_ = false;
 	after_snapshot_ = true;
@@ -509,19 +523,49 @@ void text_parser::slow_line(std::string_view raw, place at)
 		++into_.other_lines;
 	} else if (looks_like_report(text)) {
 		unreadable(text, at);
-	} else if (text.find_first_not_of("- ") != text.npos) {
+	} else if (!is_rule(text)) {
 		++into_.other_lines;
 	}
 }
 
 void text_parser::line(std::string_view text, place at)
 {
-	if (half_.empty() && report_line(text, at)) {
-		if (content_ == content::loose && parser_->complete())
-			end_report();
+	if (!half_.empty() || !report_line(text, at))
+		slow_line(text, at);
+}
+
+/*
+ * A line of a snapshot, with its end. Lines go into the sum many at once,
+ * which is faster, but before they have left the processor's cache.
+ */
+void text_parser::add_to_sum(std::string_view text)
+{
+	constexpr size_t piece = 32 * 1024;
+
+	if (text.size() > 1 && text[text.size() - 2] == '\r') {
+		settle_sum();
+		while (text.ends_with('\n') || text.ends_with('\r'))
+			text.remove_suffix(1);
+		sum_.add(text);
+		sum_.add("\n");
 		return;
 	}
-	slow_line(text, at);
+	if (unsummed_.empty() ||
+	    unsummed_.data() + unsummed_.size() != text.data()) {
+		settle_sum();
+		unsummed_ = text;
+	} else {
+		unsummed_ = { unsummed_.data(),
+			      unsummed_.size() + text.size() };
+	}
+	if (unsummed_.size() > piece)
+		settle_sum();
+}
+
+void text_parser::settle_sum()
+{
+	sum_.add(unsummed_);
+	unsummed_ = {};
 }
 
 void text_parser::lines(std::string_view text)
@@ -550,10 +594,8 @@ void text_parser::lines(std::string_view text)
 
 		line(one, at);
 		/* Neither the mark of the beginning nor that of the end. */
-		if (counted && in_snapshot_) {
-			sum_.add(one);
-			sum_.add("\n");
-		}
+		if (counted && in_snapshot_)
+			add_to_sum({ one.data(), length + 1 });
 	}
 	if (in_snapshot_) {
 		said_.add(severity::warning, at,

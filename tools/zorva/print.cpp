@@ -254,6 +254,9 @@ std::string table_text(const table &of)
 			if (!of.columns[i].right)
 				gap = pad + gap;
 		}
+		/* A column may be empty at its end. */
+		while (text.ends_with(' '))
+			text.pop_back();
 		text += '\n';
 	};
 

@@ -16,6 +16,7 @@
 #ifndef ZORVA_TOOL_SNAPSHOT_H
 #define ZORVA_TOOL_SNAPSHOT_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,16 @@ namespace zorva
 constexpr std::string_view snapshot_begin = "zorva-snapshot 1 ";
 constexpr std::string_view snapshot_section = "==> ";
 constexpr std::string_view snapshot_end = "zorva-snapshot end ";
+
+/*
+ * write_snapshot - what the script does, without a shell
+ * @proc: where the proc file system is, "/proc"
+ * @put: gets the text, piece by piece
+ *
+ * Return: false when there are no reports.
+ */
+bool write_snapshot(const std::string &proc,
+		    const std::function<void(std::string_view)> &put);
 
 /* The script zorva-snapshot, for a machine that does not have it. */
 std::string_view snapshot_script();

@@ -22,6 +22,8 @@ namespace zorva
 namespace
 {
 
+constexpr std::string_view ssh = "ssh:", shell = "cmd:";
+
 /* Closes what it was given. */
 class open_file {
 public:
@@ -105,38 +107,27 @@ std::string problem(std::string_view what, int error)
 	return fmt::format("{}: {}", what, strerror(error));
 }
 
+/* The entries whose names are numbers. */
+std::vector<std::string> numbers_in(const std::string &directory)
+{
+	std::vector<std::string> found;
+	DIR *const open = opendir(directory.c_str());
+
+	while (const dirent *one = open ? readdir(open) : nullptr)
+		if (strspn(one->d_name, "0123456789") == strlen(one->d_name))
+			found.push_back(directory + "/" + one->d_name);
+	if (open)
+		closedir(open);
+	return found;
+}
+
+/* A task may have ended meanwhile: then there is nothing to be said of it. */
 void read_proc_file(reading &into, const std::string &path)
 {
 	std::string text;
 
 	if (read_file(path, text))
 		parse_file(into, path, text);
-}
-
-/* A thread may end meanwhile: then there is nothing to be said of it. */
-void read_tasks(reading &into)
-{
-	const auto numbers_in = [](const std::string &directory) {
-		std::vector<std::string> found;
-		DIR *const open = opendir(directory.c_str());
-
-		while (const dirent *one = open ? readdir(open) : nullptr)
-			if (strspn(one->d_name, "0123456789") ==
-			    strlen(one->d_name))
-				found.emplace_back(one->d_name);
-		if (open)
-			closedir(open);
-		return found;
-	};
-
-	for (const std::string &process : numbers_in("/proc")) {
-		const std::string tasks = "/proc/" + process + "/task";
-
-		for (const std::string &one : numbers_in(tasks)) {
-			read_proc_file(into, tasks + "/" + one + "/stat");
-			read_proc_file(into, tasks + "/" + one + "/stack");
-		}
-	}
 }
 
 void read_directory(reading &into, const std::string &directory, bool live,
@@ -170,8 +161,12 @@ void read_directory(reading &into, const std::string &directory, bool live,
 	for (const char *path : { "/proc/uptime", "/proc/meminfo",
 				  "/proc/modules", "/proc/version" })
 		read_proc_file(into, path);
-	if (what.tasks)
-		read_tasks(into);
+	if (!what.tasks)
+		return;
+	for (const std::string &task : tasks_of("/proc")) {
+		read_proc_file(into, task + "/stat");
+		read_proc_file(into, task + "/stack");
+	}
 }
 
 void read_open_file(reading &into, std::string_view name, int fd)
@@ -216,42 +211,43 @@ void read_path(reading &into, const std::string &path, const wants &what)
 		read_open_file(into, path, file.fd());
 }
 
-/* What a command prints; its own complaints go to our standard error. */
-void read_command(reading &into, std::string_view name,
-		  std::vector<std::string> words, std::string_view input)
+/*
+ * What a command prints; its own complaints go to our standard error. Its
+ * input is short enough for the pipe, and who does not want it need not read
+ * it.
+ */
+void run_command(command_output &from, std::vector<std::string> words,
+		 std::string_view input)
 {
 	std::vector<char *> arguments;
 	posix_spawn_file_actions_t actions;
-	int from[2], to[2];
-	std::string text;
+	int out[2], in[2];
 	pid_t child;
 	int error, status = 0;
 
 	for (std::string &word : words)
 		arguments.push_back(word.data());
 	arguments.push_back(nullptr);
-	if (pipe2(from, O_CLOEXEC) < 0 || pipe2(to, O_CLOEXEC) < 0) {
-		into.failure = problem(name, errno);
+	if (pipe2(out, O_CLOEXEC) < 0 || pipe2(in, O_CLOEXEC) < 0) {
+		from.failure = problem(words[0], errno);
 		return;
 	}
 	posix_spawn_file_actions_init(&actions);
-	posix_spawn_file_actions_adddup2(&actions, to[0], STDIN_FILENO);
-	posix_spawn_file_actions_adddup2(&actions, from[1], STDOUT_FILENO);
+	posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+	posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
 	error = posix_spawnp(&child, arguments[0], &actions, nullptr,
 			     arguments.data(), environ);
 	posix_spawn_file_actions_destroy(&actions);
-	close(to[0]);
-	close(from[1]);
+	close(in[0]);
+	close(out[1]);
 	if (error) {
-		close(to[1]);
-		close(from[0]);
-		into.failure = problem(words[0], error);
+		close(in[1]);
+		close(out[0]);
+		from.failure = problem(words[0], error);
 		return;
 	}
-
-	/* Short enough for the pipe; who does not want it need not read it. */
 	while (!input.empty()) {
-		const ssize_t put = write(to[1], input.data(), input.size());
+		const ssize_t put = write(in[1], input.data(), input.size());
 
 		if (put < 0 && errno == EINTR)
 			continue;
@@ -259,30 +255,60 @@ void read_command(reading &into, std::string_view name,
 			break;
 		input.remove_prefix(put);
 	}
-	close(to[1]);
+	close(in[1]);
 
-	const bool read = read_all(from[0], text);
+	const bool whole = read_all(out[0], from.text);
 
 	error = errno;
-	close(from[0]);
+	close(out[0]);
 	while (waitpid(child, &status, 0) < 0 && errno == EINTR)
 		;
-	if (!read)
-		into.failure = problem(name, error);
-	else if (text.empty() ||
-		 (WIFEXITED(status) && WEXITSTATUS(status) == 127))
-		into.failure = fmt::format("{}: it printed nothing", name);
-	else
-		parse_text(into, name, text);
-	if (into.failure.empty() && status != 0)
-		notes(into)
-			.add(severity::warning,
-			     { static_cast<uint32_t>(into.inputs.size() - 1),
-			       0 },
-			     "the command has failed; what it printed first is all there is");
+	from.ended_badly = status != 0;
+	if (!whole)
+		from.failure = problem(words[0], error);
+	else if (from.text.empty())
+		from.failure = "it printed nothing";
 }
 
 } // namespace
+
+std::vector<std::string> tasks_of(const std::string &proc)
+{
+	std::vector<std::string> found;
+
+	for (const std::string &process : numbers_in(proc))
+		for (std::string &task : numbers_in(process + "/task"))
+			found.push_back(std::move(task));
+	return found;
+}
+
+bool is_command(std::string_view source)
+{
+	return source.starts_with(ssh) || source.starts_with(shell);
+}
+
+command_output run_source(std::string_view source)
+{
+	command_output from;
+
+	if (source.starts_with(shell)) {
+		run_command(from,
+			    { "/bin/sh", "-c",
+			      std::string(source.substr(shell.size())) },
+			    "");
+		return from;
+	}
+
+	const std::string host(source.substr(ssh.size()));
+
+	/* ssh would take it for an option. */
+	if (host.empty() || host[0] == '-')
+		from.failure = "no host's name";
+	else
+		run_command(from, { "ssh", "--", host, "sh", "-s" },
+			    snapshot_script());
+	return from;
+}
 
 bool read_file(const std::string &path, std::string &to)
 {
@@ -293,27 +319,23 @@ bool read_file(const std::string &path, std::string &to)
 
 void read_source(reading &into, std::string_view source, const wants &what)
 {
-	constexpr std::string_view ssh = "ssh:", command = "cmd:";
-
 	if (source.empty() || source == "live") {
 		read_directory(into, live_directory, true, what);
 	} else if (source == "-") {
 		read_open_file(into, "standard input", STDIN_FILENO);
-	} else if (source.starts_with(ssh)) {
-		const std::string host(source.substr(ssh.size()));
+	} else if (is_command(source)) {
+		const command_output from = run_source(source);
 
-		if (host.empty() || host[0] == '-')
+		if (!from.failure.empty()) {
 			into.failure =
-				fmt::format("'{}': no host's name", host);
-		else
-			read_command(into, source,
-				     { "ssh", "--", host, "sh", "-s" },
-				     snapshot_script());
-	} else if (source.starts_with(command)) {
-		read_command(into, source,
-			     { "/bin/sh", "-c",
-			       std::string(source.substr(command.size())) },
-			     "");
+				fmt::format("{}: {}", source, from.failure);
+			return;
+		}
+		parse_text(into, source, from.text);
+		if (from.ended_badly)
+			notes(into)
+				.add(severity::warning, { 0, 0 },
+				     "the command has failed; what it printed before is all there is");
 	} else {
 		read_path(into, std::string(source), what);
 	}
