@@ -70,14 +70,17 @@ else
 CXX := $(CROSS_COMPILE)g++
 endif
 
-# The kernel's flags less those of C, less the compiler's plug-ins.
+# What the kernel gives to a C object of a module, its sanitizers and tracers
+# included, less what is only for C, less the compiler's plug-ins.
 cxx-drop := -std=% -W%-prototypes -Wdeclaration-after-statement \
 	-Wno-pointer-sign -Wold-style-definition -Wjump-misses-init \
 	-Werror=implicit-% -Werror=strict-prototypes -Werror=designated-init \
 	-Werror=incompatible-pointer-types -Wno-designated-init \
+	-Wno-override-init -Wno-incompatible-pointer-types-% -Wenum-conversion \
+	-Wno-enum-conversion -Wno-discarded-qualifiers -Wno-old-style-% \
 	-fplugin=% -fplugin-arg-% -D%_PLUGIN
-cxx-flags = $(filter-out $(cxx-drop), $(NOSTDINC_FLAGS) $(KBUILD_CFLAGS) \
-	$(KBUILD_CFLAGS_KERNEL_OR_MODULE) $(KBUILD_CFLAGS_MODULE) $(ccflags-y)) \
+cxx-flags = $(filter-out $(cxx-drop), $(NOSTDINC_FLAGS) $(cxx-isystem) \
+	$(_c_flags) $(modkern_cflags)) \
 	-std=gnu++20 -ffreestanding -fno-exceptions -fno-rtti \
 	-fno-threadsafe-statics -fno-use-cxa-atexit \
 	-fno-asynchronous-unwind-tables -fno-unwind-tables \
@@ -85,21 +88,30 @@ cxx-flags = $(filter-out $(cxx-drop), $(NOSTDINC_FLAGS) $(KBUILD_CFLAGS) \
 	-fno-delete-null-pointer-checks -fno-strict-aliasing -fwrapv \
 	-D__KERNEL__ -DMODULE $(cxxflags-y)
 
+# The compiler's own headers, which kernels of 5.16 and later shut out.
+ifeq ($(filter -isystem,$(NOSTDINC_FLAGS)),)
+cxx-isystem := -isystem $(shell $(CXX) -print-file-name=include)
+endif
+
 # Fails, and takes the object away, when it needs what only a run-time of C++
 # has, or what is not in the list of symbols of the second argument.
 cxx-check = $(CONFIG_SHELL) $(zorva-scripts)/check_object.sh "$(NM)" \
 	"$(OBJDUMP)" $1 "$2" "$(CONFIG_CONSTRUCTORS)" || { rm -f $1; false; }
 
 quiet_cmd_cxx_o_cpp = CXX [M]  $@
-      cmd_cxx_o_cpp = $(CXX) -Wp,-MMD,$(depfile) $(cxx-flags) -c -o $@ $<
+      cmd_cxx_o_cpp = $(CXX) -Wp,-MMD,$(depfile) $(cxx-flags) -c -o $@ $< \
+	$(if $(cxx-objtool-appended),$(cmd_objtool))
 
 quiet_cmd_cxx_check =
       cmd_cxx_check = $(call cxx-check,$@)
 
+# objtool is a command of its own, or from 5.17 on the end of the compiler's.
+cxx-objtool-appended = $(filter ;,$(firstword $(cmd_objtool)))
+
 # What the kernel does to its own objects is done to these.
 define rule_cxx_o_cpp
 	$(call cmd_and_fixdep,cxx_o_cpp)
-	$(call cmd,objtool)
+	$(if $(cxx-objtool-appended),,$(call cmd,objtool))
 	$(call cmd,record_mcount)
 	$(call cmd,cxx_check)
 endef

@@ -10,6 +10,7 @@
 #ifndef __ZORVA_ZK_SIZES_H__
 #define __ZORVA_ZK_SIZES_H__
 
+#define ZK_LINUX_VERSION 0x050adf
 #define ZK_GFP_ATOMIC 0xa20
 #define ZK_GFP_KERNEL 0xcc0
 #define ZK_GFP_ZERO 0x100

@@ -31,6 +31,7 @@
 #include <linux/timekeeping.h>
 #include <linux/timer.h>
 #include <linux/uaccess.h>
+#include <linux/version.h>
 #include <linux/wait.h>
 #include <net/netevent.h>
 #include <uapi/linux/sched/types.h>
@@ -39,9 +40,50 @@
 #include <asm/paccess.h>
 #endif
 
+/*
+ * The kernel's own, under names that zk.h leaves alone: beyond that header the
+ * kernel's names of these stand for the functions here.
+ */
+static inline void kernel_flush_signals(struct task_struct *task)
+{
+	flush_signals(task);
+}
+
+static inline void kernel_mutex_init(struct mutex *lock, const char *name,
+				     struct lock_class_key *key)
+{
+	__mutex_init(lock, name, key);
+}
+
+static inline void kernel_wake_up(struct wait_queue_head *queue,
+				  unsigned int mode, int count, void *key)
+{
+	__wake_up(queue, mode, count, key);
+}
+
 #include "zk.h"
 #include "zorva_reports.h"
 #include "zorva/zorva.h"
+
+#if ZK_SINCE(5, 15)
+int(printk)(const char *fmt, ...)
+{
+	va_list args;
+	int length;
+
+	va_start(args, fmt);
+	length = vprintk(fmt, args);
+	va_end(args);
+	return length;
+}
+#endif
+
+#if ZK_SINCE(6, 10)
+void *(__kmalloc)(size_t size, gfp_t flags)
+{
+	return kmalloc(size, flags);
+}
+#endif
 
 int zk_iscntrl(int c)
 {
@@ -98,6 +140,14 @@ void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 {
 	spin_unlock_irqrestore(lock, flags);
 }
+
+#if ZK_SINCE(6, 15)
+void zk_mutex_init(struct mutex *lock, const char *name,
+		   struct lock_class_key *key)
+{
+	kernel_mutex_init(lock, name, key);
+}
+#endif
 
 void zk_mutex_lock(struct mutex *lock)
 {
@@ -202,7 +252,12 @@ struct pid *zk_task_pid(struct task_struct *task)
 
 long zk_task_state(const struct task_struct *task)
 {
+	/* 5.14: the member has another name; the values in use are the same. */
+#if ZK_SINCE(5, 14)
+	return READ_ONCE(task->__state);
+#else
 	return task->state;
+#endif
 }
 
 void zk_get_task_struct(struct task_struct *task)
@@ -229,7 +284,7 @@ bool zk_comm_of_pid(pid_t pid, char comm[TASK_COMM_LEN])
 	rcu_read_lock();
 	task = pid_task(find_vpid(pid), PIDTYPE_PID);
 	if (task)
-		__get_task_comm(comm, TASK_COMM_LEN, task);
+		get_task_comm(*(char(*)[TASK_COMM_LEN])comm, task);
 	rcu_read_unlock();
 	return task;
 }
@@ -244,6 +299,25 @@ int zk_sched_setscheduler(struct task_struct *task, int policy, int priority)
 		return -ENOSYS;
 	return sched_setscheduler(task, policy, &param);
 }
+
+#if ZK_SINCE(5, 18)
+/*
+ * The first SIGKILL marks the thread as one that exits, and from 5.18 on every
+ * later signal to such a thread is dropped: it could not be told to end any
+ * more. A program's mark is left alone, for it does exit.
+ */
+void zk_flush_signals(struct task_struct *task)
+{
+	unsigned long flags;
+
+	kernel_flush_signals(task);
+	if (!(task->flags & PF_KTHREAD))
+		return;
+	spin_lock_irqsave(&task->sighand->siglock, flags);
+	task->signal->flags &= ~SIGNAL_GROUP_EXIT;
+	spin_unlock_irqrestore(&task->sighand->siglock, flags);
+}
+#endif
 
 bool zk_signal_pending(void)
 {
@@ -263,7 +337,12 @@ bool zk_signal_is_pending(int signal)
 
 void zk_complete_and_exit(long code)
 {
+	/* 5.17: it has another name. */
+#if ZK_SINCE(5, 17)
+	kthread_complete_and_exit(NULL, code);
+#else
 	complete_and_exit(NULL, code);
+#endif
 }
 
 unsigned long zk_jiffies(void)
@@ -280,12 +359,44 @@ void zk_add_timer(struct timer_list *timer, unsigned long ticks)
 	mod_timer(timer, jiffies + ticks);
 }
 
+#if ZK_SINCE(6, 13)
+static enum hrtimer_restart expired_too_early(struct hrtimer *timer)
+{
+	return HRTIMER_NORESTART;
+}
+
+void zk_hrtimer_init(struct hrtimer *timer, clockid_t clock,
+		     enum hrtimer_mode mode)
+{
+	hrtimer_setup(timer, expired_too_early, clock, mode);
+}
+#endif
+
 void zk_hrtimer_set_function(
 	struct hrtimer *timer,
 	enum hrtimer_restart (*function)(struct hrtimer *timer))
 {
+#if ZK_SINCE(6, 13)
+	hrtimer_update_function(timer, function);
+#else
 	timer->function = function;
+#endif
 }
+
+#if ZK_SINCE(5, 16)
+void zk_usleep_range(unsigned long min, unsigned long max)
+{
+	usleep_range_state(min, max, TASK_UNINTERRUPTIBLE);
+}
+#endif
+
+#if ZK_SINCE(6, 1)
+void zk_wake_up(struct wait_queue_head *queue, unsigned int mode, int count,
+		void *key)
+{
+	kernel_wake_up(queue, mode, count, key);
+}
+#endif
 
 void zk_udelay(unsigned long usecs)
 {

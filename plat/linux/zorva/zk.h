@@ -18,6 +18,49 @@
 
 #include "zk_sizes.h"
 
+/*
+ * What changed after 5.10, whose names the sources use. Where zk.c has the
+ * function instead, the comment says so; what changed within a function of
+ * zk.c is said there.
+ */
+#define ZK_SINCE(major, minor)                                                 \
+	(ZK_LINUX_VERSION >= ((major) << 16) + ((minor) << 8))
+
+/* 5.15: printk() is a macro over _printk(). zk.c has the function. */
+
+/* 5.16: usleep_range() is inline. */
+#if ZK_SINCE(5, 16)
+#define usleep_range zk_usleep_range
+#endif
+
+/* 5.18: what a kernel thread's flush_signals() leaves is of consequence. */
+#if ZK_SINCE(5, 18)
+#define flush_signals zk_flush_signals
+#endif
+
+/* 6.1: __wake_up() returns a number, and del_timer() has another name. */
+#if ZK_SINCE(6, 1)
+#define __wake_up zk_wake_up
+#define del_timer timer_delete
+#endif
+
+/* 6.10: __kmalloc() is a macro. zk.c has the function. */
+
+/* 6.13: a timer gets its function where it is initialised. */
+#if ZK_SINCE(6, 13)
+#define hrtimer_init zk_hrtimer_init
+#endif
+
+/* 6.15: __mutex_init() may be inline. */
+#if ZK_SINCE(6, 15)
+#define __mutex_init zk_mutex_init
+#endif
+
+/* 6.16: init_timer_key() has another name. */
+#if ZK_SINCE(6, 16)
+#define init_timer_key timer_init_key
+#endif
+
 #ifdef __cplusplus
 
 #include <stdarg.h>

@@ -15,6 +15,7 @@
 #include <linux/spinlock.h>
 #include <linux/timekeeping.h>
 #include <linux/timer.h>
+#include <linux/version.h>
 #include <linux/wait.h>
 
 #define STRUCTURE(name, type)                                                  \
@@ -23,6 +24,7 @@
 
 int main(void)
 {
+	DEFINE(ZK_LINUX_VERSION, LINUX_VERSION_CODE);
 	DEFINE(ZK_GFP_ATOMIC, (__force unsigned int)GFP_ATOMIC);
 	DEFINE(ZK_GFP_KERNEL, (__force unsigned int)GFP_KERNEL);
 	DEFINE(ZK_GFP_ZERO, (__force unsigned int)__GFP_ZERO);
