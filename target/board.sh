@@ -61,7 +61,7 @@ check_arguments()
 	# shellcheck disable=SC2086 # several words
 	"$ZORVA_ROOT/target/boot.sh" --check ${share:+--share "$share"} \
 		${BOARD_ARGS-}
-	need_cross_compiler
+	need_cross_compiler "$CROSS_COMPILE"
 	[ ${#own_dirs[@]} -eq 0 ] ||
 		"$ZORVA_ROOT/target/firmware.sh" --check "${own_dirs[@]}"
 	[ -z "$scenario" ] || [ -f "$scenario" ] ||
@@ -82,6 +82,7 @@ check_arguments
 KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
 	--print-dir)}
 export KERNEL_BUILD
+kernel_facts "$KERNEL_BUILD"
 built=$ZORVA_BUILD/target
 shopt -s nullglob
 
@@ -95,7 +96,8 @@ boot()
 	shift
 
 	# shellcheck disable=SC2086 # several words
-	"$ZORVA_ROOT/target/boot.sh" --kernel "$KERNEL_BUILD/vmlinux" \
+	"$ZORVA_ROOT/target/boot.sh" --kernel "$KERNEL_BUILD/$image" \
+		--arch "$arch" \
 		--initrd "$ZORVA_BUILD/$name.cpio.gz" \
 		--log "$ZORVA_LOGS/$name-console.log" \
 		--timeout "${BOARD_TIMEOUT:-300}" ${BOARD_ARGS-} "$@"
@@ -111,7 +113,7 @@ make_root()
 
 prepare()
 {
-	"$ZORVA_ROOT/target/busybox/build.sh"
+	"$ZORVA_ROOT/target/busybox/build.sh" --arch "$arch"
 	"$ZORVA_ROOT/target/modules.sh" "$@"
 }
 
@@ -124,7 +126,7 @@ list_modules()
 	modules=()
 	for dir in "$@"; do
 		mapfile -t -O ${#modules[@]} modules \
-			<"$built/$dir/modules.order"
+			< <(modules_in_order "$built/$dir")
 	done
 }
 

@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: GPL-2.0
 #
-# Starts the emulated board. Its scenario's exit status becomes this script's,
+# Starts the emulated board, or another machine that a kernel was built for. Its scenario's exit status becomes this script's,
 # unless the kernel itself came to harm.
 set -euo pipefail
 
@@ -13,6 +13,8 @@ usage()
 	cat <<END
 usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
 
+  --arch ARCH      what VMLINUX was built for: mips (the board), arm64, x86_64,
+                   or um, which needs no emulator and runs in time of its own
   --log FILE       where the console's output goes (build/logs/console.log)
   --show           show the console as well
   --shell          a shell on this terminal instead of the scenario
@@ -20,7 +22,8 @@ usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
   --append WORDS   more words for the kernel's command line; NAME=value words
                    become environment variables of the scenario
   --icount SHIFT   count instructions: one takes 2^SHIFT ns of guest time
-  --memory MB      128
+                   (one processor)
+  --memory MB      128, or what the architecture needs
   --gdb SOCKET     wait for a debugger there before the kernel starts
   --share DIR      a folder of this machine that the board has at /mnt
   --check          look at the options and for the emulator, and start nothing
@@ -39,6 +42,7 @@ wrong_usage()
 }
 
 kernel=
+arch=mips
 initrd=
 log=$ZORVA_LOGS/console.log
 show=
@@ -46,7 +50,7 @@ shell=
 limit=120
 append=
 icount=
-memory=128
+memory=
 gdb=
 share=
 check=
@@ -59,11 +63,12 @@ while [ $# -gt 0 ]; do
 		usage
 		exit
 		;;
-	--kernel | --initrd | --log | --timeout | --append | --icount | \
-		--memory | --gdb | --share)
+	--kernel | --arch | --initrd | --log | --timeout | --append | \
+		--icount | --memory | --gdb | --share)
 		[ $# -ge 2 ] || wrong_usage "$1: says nothing more"
 		case $1 in
 		--kernel) kernel=$2 ;;
+		--arch) arch=$2 ;;
 		--initrd) initrd=$2 ;;
 		--log) log=$2 ;;
 		--timeout) limit=$2 ;;
@@ -81,8 +86,37 @@ while [ $# -gt 0 ]; do
 	esac
 	shift
 done
-command -v qemu-system-mips >/dev/null ||
-	die "no qemu-system-mips in PATH: run target/install-deps.sh target"
+# The machine, as a command that lacks the kernel's words.
+machine=()
+console=ttyS0
+packages=kernels
+case $arch in
+mips)
+	machine=(qemu-system-mips -M malta -cpu 24Kf -m "${memory:-128}")
+	packages=target
+	;;
+x86_64)
+	machine=(qemu-system-x86_64 -M q35 -smp 4 -m "${memory:-512}")
+	if [ -w /dev/kvm ]; then
+		machine+=(-accel kvm -cpu host)
+	else
+		machine+=(-cpu max)
+	fi
+	icount=
+	;;
+arm64)
+	machine=(qemu-system-aarch64 -M virt -smp 4 -m "${memory:-512}"
+		-cpu "max,pauth-impdef=on")
+	console=ttyAMA0
+	icount=
+	;;
+um)
+	icount=
+	;;
+*) die "--arch $arch: there are mips, arm64, x86_64 and um" ;;
+esac
+[ "$arch" = um ] || command -v "${machine[0]}" >/dev/null ||
+	die "no ${machine[0]} in PATH: run target/install-deps.sh $packages"
 [ -z "$share" ] || [ -d "$share" ] || die "$share: no such folder to share"
 [ -z "$check" ] || exit 0
 if [ -z "$kernel" ] || [ -z "$initrd" ]; then
@@ -91,15 +125,21 @@ if [ -z "$kernel" ] || [ -z "$initrd" ]; then
 fi
 [ -f "$kernel" ] || die "$kernel: no such kernel"
 [ -f "$initrd" ] || die "$initrd: no such archive"
-
-qemu=(qemu-system-mips -M malta -cpu 24Kf -m "$memory" -nic none -vga none
-	-display none -no-reboot -kernel "$kernel" -initrd "$initrd")
-[ -z "$icount" ] || qemu+=(-icount "shift=$icount" -rtc clock=vm)
-[ -z "$gdb" ] || qemu+=(-S -gdb "unix:$gdb,server=on,wait=off")
-words="console=ttyS0 panic=-1 quiet"
+words="panic=-1 quiet"
+if [ "$arch" = um ]; then
+	machine=("$kernel" "mem=${memory:-256}M" "initrd=$initrd" con=null)
+	# A restart would start the same again.
+	words="END=poweroff $words"
+else
+	machine+=(-nic none -vga none -display none -no-reboot
+		-kernel "$kernel" -initrd "$initrd")
+	words="console=$console $words"
+fi
+[ -z "$icount" ] || machine+=(-icount "shift=$icount" -rtc clock=vm)
+[ -z "$gdb" ] || machine+=(-S -gdb "unix:$gdb,server=on,wait=off")
 if [ -n "$share" ]; then
 	# A comma would end the name; it is said by two.
-	qemu+=(-fsdev "local,id=share,path=${share//,/,,},security_model=none"
+	machine+=(-fsdev "local,id=share,path=${share//,/,,},security_model=none"
 		-device "virtio-9p-pci,fsdev=share,mount_tag=share")
 	words+=" share"
 fi
@@ -109,8 +149,12 @@ if [ -n "$shell" ]; then
 	# A terminal may not know its size.
 	[ "$rows" -gt 0 ] || rows=24
 	[ "$cols" -gt 0 ] || cols=80
-	exec "${qemu[@]}" -serial mon:stdio -append \
-		"$words shell LINES=$rows COLUMNS=$cols TERM=${TERM:-vt100} $append"
+	words="$words shell LINES=$rows COLUMNS=$cols TERM=${TERM:-vt100} $append"
+	if [ "$arch" = um ]; then
+		# shellcheck disable=SC2086 # several words
+		exec "${machine[@]}" con0=fd:0,fd:1 console=tty0 $words
+	fi
+	exec "${machine[@]}" -serial mon:stdio -append "$words"
 fi
 
 # After an oops nothing that the board says counts: it stops there.
@@ -131,11 +175,20 @@ fi
 # The log is the emulator's own, so a slow viewer costs nothing.
 start=$SECONDS
 set +e
-timeout --foreground -k 5 "$limit" "${qemu[@]}" \
-	-chardev "stdio,id=console,signal=on,logfile=$log" \
-	-serial chardev:console -append "$words $append" \
-	</dev/null 2>"$log.qemu" | "${viewer[@]}" >&3
-status=${PIPESTATUS[0]}
+if [ "$arch" = um ]; then
+	# Its console is what it says itself. Nobody waits for a sleeper.
+	# shellcheck disable=SC2086 # several words
+	timeout --foreground -k 5 "$limit" "${machine[@]}" time-travel \
+		$words $append </dev/null 2>&1 | tee "$log" |
+		"${viewer[@]}" >&3
+	status=${PIPESTATUS[0]}
+else
+	timeout --foreground -k 5 "$limit" "${machine[@]}" \
+		-chardev "stdio,id=console,signal=on,logfile=$log" \
+		-serial chardev:console -append "$words $append" \
+		</dev/null 2>"$log.qemu" | "${viewer[@]}" >&3
+	status=${PIPESTATUS[0]}
+fi
 set -e
 took=$((SECONDS - start))
 
@@ -150,7 +203,7 @@ sed -Ei "${clean[@]}" "$log"
 # An oops, a panic, a complaint of the allocator or of the lock checker, a
 # stall. A plain WARNING ("WARNING: CPU: ...") is left to the tests.
 harm='^\[ *[0-9.]+\] (.*\[#[0-9]+\]:$|Kernel panic|(watchdog: )?BUG[: ]'
-harm+='|CPU [0-9]+ Unable to handle|WARNING: [a-z]|INFO: (task|rcu))'
+harm+='|CPU [0-9]+ Unable to handle|UBSAN: |WARNING: [a-z-]+ |INFO: (task|rcu))'
 if grep -Eq "$harm" "$log"; then
 	[ -n "$show" ] || grep -E -m 1 -A 30 "$harm" "$log" >&2
 	# The module in whose code it happened, if it was one.

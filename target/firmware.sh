@@ -148,7 +148,7 @@ for dir in "$@"; do
 	[ -s "$copy/modules.order" ] ||
 		die "$dir: its Kbuild file names no module; log: $log"
 	say "  firmware: $name: done, $((SECONDS - start)) s"
-	mapfile -t -O ${#modules[@]} modules <"$copy/modules.order"
+	mapfile -t -O ${#modules[@]} modules < <(modules_in_order "$copy")
 	symbols+=("$copy/Module.symvers")
 	printf '%s %s\n' "$copy" "$dir" >>"$copies/originals"
 done

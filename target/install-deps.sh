@@ -19,6 +19,7 @@ usage: install-deps.sh GROUP...
   tools     the inspector's libraries
   lint      formatting and static checks
   kit       what types the commands of the page for the first module
+  kernels   what the other kernels and architectures need
   bench     the chart of the instruction counts
   gdb       a debugger for the board
   docs      the site and the manual pages
@@ -62,6 +63,12 @@ for group in "$@"; do
 		;;
 	kit)
 		packages+=(python3)
+		;;
+	kernels)
+		packages+=(make gcc g++ libc6-dev gcc-aarch64-linux-gnu
+			g++-aarch64-linux-gnu libc6-dev-arm64-cross
+			flex bison bc xz-utils bzip2 patch dpkg-dev cpio
+			libelf-dev libssl-dev qemu-system-arm qemu-system-x86)
 		;;
 	bench)
 		packages+=(gnuplot-nox)

@@ -27,16 +27,19 @@ die()
 	exit 1
 }
 
-# Fails unless there are the compilers that CROSS_COMPILE names.
+# need_cross_compiler PREFIX: fails unless there are the compilers of that name,
+# which is the value of CROSS_COMPILE, or that of another architecture.
 need_cross_compiler()
 {
-	local compiler
+	local prefix=$1 compiler
 
 	for compiler in gcc g++; do
-		compiler=$CROSS_COMPILE$compiler
+		compiler=$prefix$compiler
 		command -v "$compiler" >/dev/null && continue
-		[ "$CROSS_COMPILE" != mips-linux-gnu- ] ||
+		[ "$prefix" != mips-linux-gnu- ] ||
 			die "no $compiler: run target/install-deps.sh target"
+		[ "$prefix" = "$CROSS_COMPILE" ] ||
+			die "no $compiler: run target/install-deps.sh kernels"
 		die "no $compiler in PATH: CROSS_COMPILE=$CROSS_COMPILE" \
 			"is the prefix of no compiler here"
 	done
@@ -230,6 +233,29 @@ cache_workdir()
 short_hash()
 {
 	sha256sum | cut -c1-12
+}
+
+# modules_in_order DIR
+#
+# The modules that were last built there. Since 6.2 the kernel's list has their
+# objects, and since 6.13 relative to the directory.
+modules_in_order()
+{
+	sed -e 's/\.o$/.ko/' -e "/^\//!s,^\(\./\)*,$1/," "$1/modules.order"
+}
+
+# kernel_facts TREE
+#
+# Says what a kernel tree was built for, and with: sets line, version, arch,
+# cross (the prefix of the compiler), clang ("y" or empty) and image (what is
+# booted, in the tree). A tree that does not say is one for the board.
+# shellcheck disable=SC2034 # used where this is sourced
+kernel_facts()
+{
+	line=5.10 version='' arch=mips cross=$CROSS_COMPILE clang=''
+	image=vmlinux
+	# shellcheck source=/dev/null
+	[ ! -f "$1/.zorva-kernel" ] || . "$1/.zorva-kernel"
 }
 
 jobs()

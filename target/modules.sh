@@ -50,6 +50,7 @@ fi
 kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
 [ -d "$kernel" ] || die "$kernel: no such kernel tree"
 kernel=$(cd "$kernel" && pwd)
+kernel_facts "$kernel"
 copy=$ZORVA_BUILD/target
 sources=(plat examples bench tests/target tests/soak tests/gdb tools/gdb)
 
@@ -73,8 +74,8 @@ kbuild()
 	local dir=$1
 	shift
 
-	make -C "$kernel" M="$copy/$dir" ARCH=mips \
-		CROSS_COMPILE="$CROSS_COMPILE" -j"$(jobs)" KCFLAGS=-g \
+	make -C "$kernel" M="$copy/$dir" ARCH="$arch" \
+		CROSS_COMPILE="$cross" ${clang:+LLVM=1} -j"$(jobs)" KCFLAGS=-g \
 		${ZORVA_COMPONENTS:+ZORVA_COMPONENTS="$ZORVA_COMPONENTS"} \
 		"$@" modules
 }
@@ -102,7 +103,7 @@ programs()
 			-newer "$program")" ]; then
 			continue
 		fi
-		"${CROSS_COMPILE}g++" -static -O2 -Wall -I"$include" \
+		"${cross}g++" -static -O2 -Wall -I"$include" \
 			-o "$program.tmp" "$source"
 		mv "$program.tmp" "$program"
 	done

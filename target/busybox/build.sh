@@ -19,33 +19,54 @@ LAYOUT=1
 usage()
 {
 	cat <<END
-usage: busybox/build.sh [--print-dir]
+usage: busybox/build.sh [--arch ARCH] [--print-dir]
 
+  --arch ARCH  mips (the board, and the default), arm64, x86_64, or um
   --print-dir  print the result's directory, and build nothing
 END
 }
 
+arch=mips
 print_dir=
-case ${1-} in
-'') ;;
---print-dir) print_dir=1 ;;
--h | --help)
-	usage
-	exit
+while [ $# -gt 0 ]; do
+	case $1 in
+	--arch)
+		[ $# -ge 2 ] || die "--arch: which one?"
+		arch=$2
+		shift
+		;;
+	--print-dir) print_dir=1 ;;
+	-h | --help)
+		usage
+		exit
+		;;
+	*)
+		usage >&2
+		exit 2
+		;;
+	esac
+	shift
+done
+# User Mode Linux runs the programs of this machine.
+case $arch in
+mips) cross=$CROSS_COMPILE ;;
+arm64) cross=aarch64-linux-gnu- ;;
+x86_64 | um)
+	arch=x86_64
+	cross=
 	;;
-*)
-	usage >&2
-	exit 2
-	;;
+*) die "--arch $arch: there are mips, arm64, x86_64 and um" ;;
 esac
 
-need_cross_compiler
+need_cross_compiler "$cross"
 # shellcheck source=/dev/null
 codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-stable}")
 key=$({
 	wanted_options "$here/config"
 	echo "$codename $LAYOUT"
-	"${CROSS_COMPILE}gcc" --version | head -n 1
+	# The board's own is told without a name.
+	[ "$arch" = mips ] || echo "$arch"
+	"${cross}gcc" --version | head -n 1
 } | short_hash)
 result=$ZORVA_CACHE/busybox-$key
 if [ -n "$print_dir" ]; then
@@ -65,7 +86,7 @@ fetch()
 
 bbmake()
 {
-	make -C "$work/busybox" ARCH=mips CROSS_COMPILE="$CROSS_COMPILE" \
+	make -C "$work/busybox" ARCH="$arch" CROSS_COMPILE="$cross" \
 		SKIP_STRIP=n "$@"
 }
 

@@ -34,7 +34,8 @@ esac
 out=$1
 shift
 
-busybox=$("$here/../busybox/build.sh" --print-dir)
+kernel_facts "${KERNEL_BUILD-}"
+busybox=$("$here/../busybox/build.sh" --arch "$arch" --print-dir)
 [ -d "$busybox" ] || die "BusyBox is not built: run target/busybox/build.sh"
 
 mkdir -p "$(dirname "$out")"
@@ -80,7 +81,7 @@ for file in "$@"; do
 	install -D -m "$mode" "$from" "$root$to"
 	# The debug information stays on the host: it is most of a module.
 	[[ $to != *.ko ]] ||
-		"${CROSS_COMPILE}strip" --strip-debug "$root$to"
+		"${cross}strip" --strip-debug "$root$to"
 done
 
 # The same files make the same archive.
