@@ -10,8 +10,6 @@
  */
 #include <linux/completion.h>
 #include <linux/delay.h>
-#include <linux/fs.h>
-#include <linux/hrtimer.h>
 #include <linux/kernel.h>
 #include <linux/kthread.h>
 #include <linux/module.h>
@@ -20,14 +18,14 @@
 #include <linux/semaphore.h>
 #include <linux/seq_file.h>
 #include <linux/slab.h>
-#include <linux/timer.h>
-#include <linux/uaccess.h>
 #include <linux/vmalloc.h>
 #include <linux/wait.h>
 
 #include <zorva/zorva.h>
 
 #include <asm/mipsregs.h>
+
+#include "zorva_kernel.h"
 
 #define BATCHES 12
 #define ROUNDS 250
@@ -272,7 +270,7 @@ static int taker(void *argument)
 static void give_to_taker(struct hand_over *hand_over)
 {
 	if (!READ_ONCE(hand_over->is_asking) ||
-	    READ_ONCE(hand_over->taker->state) != TASK_UNINTERRUPTIBLE)
+	    zt_task_state(hand_over->taker) != TASK_UNINTERRUPTIBLE)
 		++hand_over->faults;
 	hand_over->give(hand_over);
 	cond_resched();
@@ -609,8 +607,7 @@ static enum hrtimer_restart probe_fires(struct hrtimer *timer)
 
 static void probe_start(void)
 {
-	hrtimer_init(&probe, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
-	probe.function = probe_fires;
+	hrtimer_setup(&probe, probe_fires, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
 	probe_worst = 0;
 	probe_firings = 0;
 	probe_last = read_c0_count();
@@ -625,6 +622,7 @@ static u32 probe_stop(void)
 }
 
 static char report_text[4096];
+static struct zt_files files;
 
 /*
  * Reads a report to its end as a program does. Without a report it is as long
@@ -633,7 +631,6 @@ static char report_text[4096];
 static int read_report(const char *path)
 {
 	struct file *file;
-	mm_segment_t before;
 	ssize_t got;
 	u32 i;
 
@@ -642,16 +639,10 @@ static int read_report(const char *path)
 			million_instructions();
 		return 0;
 	}
-	file = filp_open(path, O_RDONLY, 0);
+	file = zt_open(&files, path, O_RDONLY);
 	if (IS_ERR(file))
 		return PTR_ERR(file);
-	before = get_fs();
-	set_fs(KERNEL_DS);
-	do
-		got = file->f_op->read(file, (char __user *)report_text,
-				       sizeof(report_text), &file->f_pos);
-	while (got > 0);
-	set_fs(before);
+	got = zt_read_away(&files, file, report_text, sizeof(report_text));
 	filp_close(file, NULL);
 	return got;
 }
@@ -802,10 +793,9 @@ static void bench_timers(void)
 	kernels = MEASURE({
 		bare.expires = jiffies + 6000;
 		add_timer(&bare);
-		del_timer(&bare);
+		timer_delete(&bare);
 	});
-	hrtimer_init(&bare_hrt, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
-	bare_hrt.function = no_hrtimer;
+	hrtimer_setup(&bare_hrt, no_hrtimer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
 	kernels_hrt = MEASURE({
 		hrtimer_start_range_ns(&bare_hrt, 60000000000ull, 0,
 				       HRTIMER_MODE_REL);
@@ -832,6 +822,10 @@ static void bench_timers(void)
 
 static int __init zorva_bench_init(void)
 {
+	const int error = zt_files_init(&files);
+
+	if (error)
+		return error;
 	/* The 64-bit nanoseconds of a young machine fit 32 bits. */
 	while (ktime_get_ns() < 5000000000ull)
 		msleep(100);

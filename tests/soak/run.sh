@@ -54,13 +54,14 @@ seed=$((10#$seed))
 KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
 	--print-dir)}
 export KERNEL_BUILD
+kernel_facts "$KERNEL_BUILD"
 out=$ZORVA_BUILD/soak
 log=$ZORVA_LOGS/soak-console.log
 mkdir -p "$out"
 
 build_lock
 say "soak: $seconds seconds, SEED=$seed"
-"$ZORVA_ROOT/target/busybox/build.sh"
+"$ZORVA_ROOT/target/busybox/build.sh" --arch "$arch"
 "$ZORVA_ROOT/target/modules.sh" module soak
 
 # The failures are wanted: the kernel need not show each one's stack. The user
@@ -98,7 +99,8 @@ END
 
 status=0
 # shellcheck disable=SC2086 # several words
-"$ZORVA_ROOT/target/boot.sh" --kernel "$KERNEL_BUILD/vmlinux" \
+"$ZORVA_ROOT/target/boot.sh" --kernel "$KERNEL_BUILD/$image" \
+	--arch "$arch" \
 	--initrd "$out/root.cpio.gz" --log "$log" \
 	--timeout "${BOARD_TIMEOUT:-$((seconds * 2 + 300))}" \
 	${BOARD_ARGS-} || status=$?

@@ -11,6 +11,7 @@
 #ifndef ZORVA_SOAK_H
 #define ZORVA_SOAK_H
 
+#include <linux/jiffies.h>
 #include <linux/kernel.h>
 #include <linux/sched.h>
 #include <linux/types.h>

@@ -4,16 +4,17 @@
  * report files are read. The recorder is called in any context; it only
  * changes atomic counters.
  */
-#include <linux/fs.h>
-#include <linux/mm.h>
 #include <linux/string.h>
-#include <linux/uaccess.h>
 
 #include "soak.h"
+#include "zorva_kernel.h"
 
 #define REPORT_SIZE (192 * 1024)
 
 struct soak_tally soak_expected, soak_said;
+
+/* What the report files are read with. */
+static struct zt_files files;
 
 /* The texts that may come, and where they are counted. */
 static const struct {
@@ -67,6 +68,7 @@ static void record(u32 comp, s32 unit, u32 level, const char *file,
 void soak_register_reports(void)
 {
 	zorva_debug_pr_fn_register(record);
+	SOAK_CHECK(zt_files_init(&files) == 0, "no files can be read");
 }
 
 static void compare(const char *what, atomic_t *said, atomic_t *expected)
@@ -96,32 +98,10 @@ static struct file *open_report(const char *name, int flags)
 	struct file *file;
 
 	snprintf(path, sizeof(path), "/proc/zorva/%s", name);
-	file = filp_open(path, flags, 0);
+	file = zt_open(&files, path, flags);
 	SOAK_CHECK(!IS_ERR(file), "%s cannot be opened: %ld", name,
 		   IS_ERR(file) ? PTR_ERR(file) : 0);
 	return IS_ERR(file) ? NULL : file;
-}
-
-/* The file's own operation reads for user space only. */
-static ssize_t read_whole(struct file *file, char *buffer, size_t size)
-{
-	const mm_segment_t segment = get_fs();
-	size_t length = 0;
-	loff_t position = 0;
-	ssize_t count;
-
-	set_fs(KERNEL_DS);
-	do {
-		count = file->f_op->read(file,
-					 (char __force __user *)buffer + length,
-					 size - 1 - length, &position);
-		if (count > 0)
-			length += count;
-	} while (count > 0);
-	set_fs(segment);
-
-	buffer[length] = '\0';
-	return count < 0 ? count : length;
 }
 
 char *soak_read_report(const char *name)
@@ -138,7 +118,7 @@ char *soak_read_report(const char *name)
 		kvfree(buffer);
 		return NULL;
 	}
-	length = read_whole(file, buffer, REPORT_SIZE);
+	length = zt_read_whole(&files, file, buffer, REPORT_SIZE);
 	filp_close(file, NULL);
 	SOAK_CHECK(length >= 0, "%s cannot be read: %zd", name, length);
 	SOAK_CHECK(length < REPORT_SIZE - 1, "%s has no end", name);
@@ -149,18 +129,13 @@ char *soak_read_report(const char *name)
 
 void soak_write_filter(const char *text)
 {
-	const mm_segment_t segment = get_fs();
 	struct file *const file = open_report("zorva.mem.detail", O_WRONLY);
 	const size_t length = strlen(text);
-	loff_t position = 0;
 	ssize_t count;
 
 	if (!file)
 		return;
-	set_fs(KERNEL_DS);
-	count = file->f_op->write(file, (const char __force __user *)text,
-				  length, &position);
-	set_fs(segment);
+	count = zt_write(&files, file, text);
 	filp_close(file, NULL);
 	SOAK_CHECK(count == length, "the filter cannot be written: %zd", count);
 }

@@ -9,6 +9,8 @@
 #	last NAME COUNT		the same, once nothing but zorva is loaded
 #	host NAME COUNT		the script NAME.sh, on the host, afterwards
 #
+# A name after the count is that of the only architecture that it is for.
+#
 # The suites of memory and the programs come first: they want the lists of
 # blocks for themselves, and other services keep some for good. The first that
 # makes a lock has to be lock_report, which sees that there was none. Those of
@@ -38,7 +40,7 @@ suite msgq_wait 14
 suite msgq_fault 19
 suite msgq_delete 7
 suite msgq_load 5
-suite msgq_align 3
+suite msgq_align 3 mips
 suite event 23
 suite event_fault 19
 suite sleep 26
@@ -49,6 +51,6 @@ suite timer 41
 suite hrt 42
 suite timer_load 13
 last proc_lifetime 8
-host check_atomics 6
+host check_atomics 6 mips
 host check_modinfo 4
 '

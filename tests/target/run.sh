@@ -27,11 +27,17 @@ check()
 	fi
 }
 
+# here ARCH: whether this is the architecture, or none is named
+here()
+{
+	[ -z "$1" ] || [ "$1" = "$(uname -m)" ]
+}
+
 # names KIND: what is planned of a kind, in order
 names()
 {
-	echo "$plan" | while read -r kind name _; do
-		[ "$kind" != "$1" ] || echo "$name"
+	echo "$plan" | while read -r kind name _ only; do
+		[ "$kind" != "$1" ] || ! here "$only" || echo "$name"
 	done
 }
 
@@ -63,12 +69,14 @@ run()
 
 # Stacks in the log are then those that zorva dumps.
 echo 0 >/sys/kernel/debug/failslab/verbose
-unaligned=$(cat "$counter")
+unaligned=0
+[ ! -f "$counter" ] || unaligned=$(cat "$counter")
 
 load zorva
 load zorva_test_support
 load zorva_lab
-while read -r kind name _; do
+while read -r kind name _ only; do
+	here "$only" || continue
 	case $kind in
 	suite) load "zorva_${name}_test" ;;
 	program) run "$name" ;;
@@ -90,8 +98,9 @@ echo "    # Subtest: scenario"
 echo "    1..3"
 check "$complete" every_suite_and_program_ran
 check "$unloaded" every_module_was_unloaded
-# The suite msgq_align makes one, to see that they are counted.
-[ "$(cat "$counter")" -eq $((unaligned + 1)) ]
+# The suite msgq_align makes one, to see that they are counted. Where they are
+# not, the processor makes them itself.
+[ ! -f "$counter" ] || [ "$(cat "$counter")" -eq $((unaligned + 1)) ]
 check $? no_other_access_was_unaligned
 echo "$all_ok 1 - scenario"
 

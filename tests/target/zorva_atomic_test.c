@@ -210,8 +210,8 @@ static void an_interrupt_loses_no_change(struct kunit *test)
 
 	atomic_set(&shared.counter, 0);
 	shared.interrupts = 0;
-	hrtimer_init(&shared.timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL_HARD);
-	shared.timer.function = change_in_interrupt;
+	hrtimer_setup(&shared.timer, change_in_interrupt, CLOCK_MONOTONIC,
+		      HRTIMER_MODE_REL_HARD);
 	hrtimer_start(&shared.timer, ns_to_ktime(50000), HRTIMER_MODE_REL_HARD);
 	while (READ_ONCE(shared.interrupts) < INTERRUPTS) {
 		zorva_atomic_inc(&shared.counter);

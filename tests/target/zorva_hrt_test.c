@@ -7,7 +7,7 @@
 
 static bool in_right_context(void)
 {
-	return in_irq() && irqs_disabled();
+	return in_hardirq() && irqs_disabled();
 }
 
 #define KIND zt_hrt
@@ -109,9 +109,8 @@ static void set_witness(struct witness *witness, struct pooled *pooled)
 {
 	memset(witness, 0, sizeof(*witness));
 	witness->pooled = pooled;
-	hrtimer_init_on_stack(&witness->timer, CLOCK_MONOTONIC,
-			      HRTIMER_MODE_ABS_HARD);
-	witness->timer.function = witness_expired;
+	hrtimer_setup_on_stack(&witness->timer, witness_expired,
+			       CLOCK_MONOTONIC, HRTIMER_MODE_ABS_HARD);
 }
 
 /* Exactly between the nanosecond before its expiry and the one after it. */

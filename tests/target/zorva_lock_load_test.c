@@ -364,8 +364,7 @@ static void expect_whole(struct kunit *test, const char *report,
 			    "%s", report);
 	if (detail)
 		KUNIT_EXPECT_GE(test, listed, shown);
-	kunit_destroy_resource(test, kunit_resource_instance_match,
-			       (void *)text);
+	kunit_kfree(test, text);
 }
 
 /* Every thread has its five lines and an empty one. */
@@ -378,8 +377,7 @@ static void expect_threads(struct kunit *test)
 	KUNIT_EXPECT_EQ(test, occurrences(text, "\nName      : maker\nPID"),
 			threads -
 				occurrences(text, "\nName      : child\nPID"));
-	kunit_destroy_resource(test, kunit_resource_instance_match,
-			       (void *)text);
+	kunit_kfree(test, text);
 }
 
 static void reports_are_whole_while_everything_changes(struct kunit *test)

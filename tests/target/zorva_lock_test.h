@@ -56,7 +56,7 @@
 /* Waiting for a lock, or for a tick. */
 static inline bool zt_is_blocked(struct task_struct *task)
 {
-	return READ_ONCE(task->state) == TASK_UNINTERRUPTIBLE;
+	return zt_task_state(task) == TASK_UNINTERRUPTIBLE;
 }
 
 /* A kernel thread that zorva does not know, and what it was last told to do. */
@@ -160,7 +160,7 @@ static inline void zt_thread_start(struct kunit *test, struct zt_thread *thread,
 
 static inline bool zt_is_gone(const struct zt_thread *thread)
 {
-	return READ_ONCE(thread->task->state) == TASK_DEAD;
+	return zt_task_state(thread->task) == TASK_DEAD;
 }
 
 /* Waits for the end of a thread, and returns its exit code. */
@@ -169,7 +169,7 @@ static inline int zt_thread_end(struct kunit *test, struct zt_thread *thread)
 	int exit_code;
 
 	ZT_WAIT_FOR(test, zt_is_gone(thread));
-	exit_code = thread->task->exit_code;
+	exit_code = zt_exit_code(thread->task);
 	put_task_struct(thread->task);
 	return exit_code;
 }

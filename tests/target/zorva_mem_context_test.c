@@ -173,8 +173,8 @@ static enum hrtimer_restart interrupt_comes(struct hrtimer *timer)
 
 static void start_interrupt(void)
 {
-	hrtimer_init(&interrupt, CLOCK_MONOTONIC, HRTIMER_MODE_REL_HARD);
-	interrupt.function = interrupt_comes;
+	hrtimer_setup(&interrupt, interrupt_comes, CLOCK_MONOTONIC,
+		      HRTIMER_MODE_REL_HARD);
 	hrtimer_start(&interrupt, ns_to_ktime(100000), HRTIMER_MODE_REL_HARD);
 }
 

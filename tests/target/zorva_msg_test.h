@@ -110,7 +110,7 @@ static inline int msg_thread_main(void *data)
 	struct msg_thread *thread = data;
 
 	thread->run(thread->arg);
-	complete_and_exit(&thread->done, 0);
+	zt_complete_and_exit(&thread->done, 0);
 }
 
 static inline struct msg_thread *msg_start(struct kunit *test,
@@ -133,7 +133,7 @@ static inline struct msg_thread *msg_start(struct kunit *test,
 static inline bool msg_is_waiting(struct msg_thread *thread)
 {
 	return !completion_done(&thread->done) &&
-	       READ_ONCE(thread->task->state) == TASK_UNINTERRUPTIBLE;
+	       zt_task_state(thread->task) == TASK_UNINTERRUPTIBLE;
 }
 
 /* Expects that the thread waits, and has not stopped for a moment. */

@@ -14,18 +14,12 @@
 static ssize_t read_file(struct kunit *test, const char *path, char *buffer,
 			 size_t size)
 {
-	struct file *file = filp_open(path, O_RDONLY, 0);
-	const mm_segment_t segment = get_fs();
-	loff_t position = 0;
+	struct file *file = zt_open(&zt_files, path, O_RDONLY);
 	ssize_t count;
 
 	KUNIT_ASSERT_FALSE_MSG(test, IS_ERR(file), "no %s", path);
-	set_fs(KERNEL_DS);
-	count = file->f_op->read(file, (char __force __user *)buffer, size - 1,
-				 &position);
-	set_fs(segment);
+	count = zt_read_whole(&zt_files, file, buffer, size);
 	filp_close(file, NULL);
-	buffer[max_t(ssize_t, count, 0)] = '\0';
 	return count;
 }
 

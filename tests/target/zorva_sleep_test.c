@@ -176,7 +176,7 @@ static void the_kernel_refuses_too_many_seconds(struct kunit *test)
 	KUNIT_EXPECT_TRUE(test,
 			  !!strstr(zt_log(test),
 				   "schedule_timeout: wrong timeout value"));
-	KUNIT_EXPECT_EQ(test, (long)current->state, 0l);
+	KUNIT_EXPECT_EQ(test, zt_task_state(current), 0u);
 }
 
 static void without_bottom_halves_a_sleep_returns_at_once(struct kunit *test)
@@ -544,7 +544,7 @@ static void nap_with_signal(struct kunit *test, const char *trap,
 			call_usermodehelper(argv[0], argv, envp, UMH_WAIT_EXEC),
 			0);
 	ZT_UNTIL(test,
-		 nap.inside && READ_ONCE(nap.task->state) == TASK_INTERRUPTIBLE,
+		 nap.inside && zt_task_state(nap.task) == TASK_INTERRUPTIBLE,
 		 "asleep");
 	KUNIT_EXPECT_TRUE(test, nap.user);
 	KUNIT_EXPECT_EQ(test, send_sig(signal, nap.task, 1), 0);

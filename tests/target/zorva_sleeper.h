@@ -135,7 +135,7 @@ zt_start_stranger(struct kunit *test, u32 (*call)(u32 arg), u32 arg)
 static inline void zt_expect_asleep(struct kunit *test,
 				    struct zt_sleeper *sleeper)
 {
-	ZT_UNTIL(test, READ_ONCE(sleeper->task->state) == TASK_INTERRUPTIBLE,
+	ZT_UNTIL(test, zt_task_state(sleeper->task) == TASK_INTERRUPTIBLE,
 		 "asleep");
 	KUNIT_EXPECT_FALSE(test, READ_ONCE(sleeper->returned));
 }
@@ -159,7 +159,7 @@ static inline void zt_let_go(struct kunit *test, struct zt_sleeper *sleeper)
 {
 	WRITE_ONCE(sleeper->go_on, true);
 	ZT_UNTIL(test, READ_ONCE(sleeper->task->exit_state), "ended");
-	KUNIT_EXPECT_EQ(test, sleeper->task->exit_code, 0);
+	KUNIT_EXPECT_EQ(test, zt_exit_code(sleeper->task), 0);
 	zt_drop_sleeper(test, sleeper);
 }
 
@@ -169,7 +169,7 @@ static inline void zt_expect_ended(struct kunit *test,
 {
 	ZT_UNTIL(test, READ_ONCE(sleeper->task->exit_state), "ended");
 	KUNIT_EXPECT_FALSE(test, sleeper->returned);
-	KUNIT_EXPECT_EQ(test, sleeper->task->exit_code, exit_code);
+	KUNIT_EXPECT_EQ(test, zt_exit_code(sleeper->task), exit_code);
 	WRITE_ONCE(sleeper->go_on, true);
 	zt_drop_sleeper(test, sleeper);
 }

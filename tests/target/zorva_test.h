@@ -19,6 +19,8 @@
 
 #include <zorva/zorva.h>
 
+#include "zorva_kernel.h"
+
 /*
  * The components that each suite may own blocks for. Accounts are never reset,
  * so a test that wants to see one from its beginning takes a component that
@@ -136,6 +138,9 @@ const char *zt_reports(struct kunit *test);
  */
 const char *zt_file(struct kunit *test, const char *name);
 ssize_t zt_write_file(struct kunit *test, const char *name, const char *text);
+
+/* What other files are read with. */
+extern struct zt_files zt_files;
 
 #define ZT_EXPECT_FILE(test, name, ...)                                        \
 	ZT_EXPECT_TEXT(test, zt_file(test, name), __VA_ARGS__)

@@ -8,18 +8,12 @@
  * held. The records are guarded by a spin lock taken with interrupts off.
  */
 #include <linux/completion.h>
-#include <linux/fs.h>
-#include <linux/hrtimer.h>
 #include <linux/interrupt.h>
-#include <linux/kmsg_dump.h>
-#include <linux/mm.h>
 #include <linux/module.h>
 #include <linux/sched.h>
 #include <linux/slab.h>
 #include <linux/string.h>
 #include <linux/timekeeping.h>
-#include <linux/timer.h>
-#include <linux/uaccess.h>
 #include <linux/vmalloc.h>
 
 #include "zorva_test.h"
@@ -163,38 +157,16 @@ const char *zt_difference(struct kunit *test, const char *got, const char *want)
 }
 EXPORT_SYMBOL_GPL(zt_difference);
 
+struct zt_files zt_files;
+EXPORT_SYMBOL_GPL(zt_files);
+
 static struct file *open_report(struct kunit *test, const char *name, int flags)
 {
 	struct file *file;
 
-	file = filp_open(zt_text(test, "/proc/zorva/%s", name), flags, 0);
+	file = zt_open(&zt_files, zt_text(test, "/proc/zorva/%s", name), flags);
 	KUNIT_ASSERT_FALSE_MSG(test, IS_ERR(file), "no report file %s", name);
 	return file;
-}
-
-/*
- * Reads a whole file through its own read operation, which takes its buffer
- * for one of a user.
- */
-static ssize_t read_whole(struct file *file, char *buffer, size_t size)
-{
-	const mm_segment_t segment = get_fs();
-	size_t length = 0;
-	loff_t position = 0;
-	ssize_t count;
-
-	set_fs(KERNEL_DS);
-	do {
-		count = file->f_op->read(file,
-					 (char __force __user *)buffer + length,
-					 size - 1 - length, &position);
-		if (count > 0)
-			length += count;
-	} while (count > 0);
-	set_fs(segment);
-
-	buffer[length] = '\0';
-	return count < 0 ? count : length;
 }
 
 const char *zt_file(struct kunit *test, const char *name)
@@ -205,7 +177,7 @@ const char *zt_file(struct kunit *test, const char *name)
 	ssize_t length = -ENOMEM;
 
 	if (buffer)
-		length = read_whole(file, buffer, FILE_SIZE);
+		length = zt_read_whole(&zt_files, file, buffer, FILE_SIZE);
 	filp_close(file, NULL);
 	if (length >= 0)
 		text = kunit_kmalloc(test, length + 1, GFP_KERNEL);
@@ -221,14 +193,8 @@ EXPORT_SYMBOL_GPL(zt_file);
 ssize_t zt_write_file(struct kunit *test, const char *name, const char *text)
 {
 	struct file *file = open_report(test, name, O_WRONLY);
-	const mm_segment_t segment = get_fs();
-	loff_t position = 0;
-	ssize_t count;
+	const ssize_t count = zt_write(&zt_files, file, text);
 
-	set_fs(KERNEL_DS);
-	count = file->f_op->write(file, (const char __force __user *)text,
-				  strlen(text), &position);
-	set_fs(segment);
 	filp_close(file, NULL);
 	return count;
 }
@@ -258,7 +224,7 @@ u32 zt_uptime_secs(void)
 EXPORT_SYMBOL_GPL(zt_uptime_secs);
 
 /* Where the log was marked, and the line that is looked at. */
-static struct kmsg_dumper marked = { .active = true };
+static struct zt_log_place marked = ZT_LOG_PLACE_INIT;
 static char log_line[1200];
 
 void zt_mark_log(void)
@@ -269,7 +235,7 @@ void zt_mark_log(void)
 EXPORT_SYMBOL_GPL(zt_mark_log);
 
 /* The next line of the log that is not KUnit's, without its time stamp. */
-static const char *next_log_line(struct kmsg_dumper *place)
+static const char *next_log_line(struct zt_log_place *place)
 {
 	size_t length;
 
@@ -289,7 +255,7 @@ static const char *next_log_line(struct kmsg_dumper *place)
 
 const char *zt_log(struct kunit *test)
 {
-	struct kmsg_dumper place = marked;
+	struct zt_log_place place = marked;
 	const char *all = "", *line;
 
 	while ((line = next_log_line(&place)))
@@ -300,7 +266,7 @@ EXPORT_SYMBOL_GPL(zt_log);
 
 static unsigned int log_lines(const char *with)
 {
-	struct kmsg_dumper place = marked;
+	struct zt_log_place place = marked;
 	unsigned int count = 0;
 	const char *line;
 
@@ -312,7 +278,7 @@ static unsigned int log_lines(const char *with)
 
 unsigned int zt_stack_dumps(void)
 {
-	return log_lines("Call Trace:") - log_lines("WARNING: CPU:");
+	return log_lines("Call Trace:") - log_lines("[ cut here ]");
 }
 EXPORT_SYMBOL_GPL(zt_stack_dumps);
 
@@ -389,7 +355,7 @@ static void run_in_timer(void (*fn)(void *arg), void *arg)
 	timer_setup_on_stack(&errand.timer, timer_expired, 0);
 	mod_timer(&errand.timer, jiffies + 1);
 	wait_for_completion(&errand.done);
-	del_timer_sync(&errand.timer);
+	timer_delete_sync(&errand.timer);
 	destroy_timer_on_stack(&errand.timer);
 }
 
@@ -426,9 +392,8 @@ static void run_in_hrtimer(void (*fn)(void *arg), void *arg)
 	struct errand errand;
 
 	begin(&errand, fn, arg);
-	hrtimer_init_on_stack(&errand.hrtimer, CLOCK_MONOTONIC,
-			      HRTIMER_MODE_REL_HARD);
-	errand.hrtimer.function = hrtimer_expired;
+	hrtimer_setup_on_stack(&errand.hrtimer, hrtimer_expired,
+			       CLOCK_MONOTONIC, HRTIMER_MODE_REL_HARD);
 	hrtimer_start(&errand.hrtimer, ns_to_ktime(200000),
 		      HRTIMER_MODE_REL_HARD);
 	wait_for_completion(&errand.done);
@@ -448,12 +413,12 @@ static bool in_a_thread_with_irqs_off(void)
 
 static bool in_a_soft_interrupt(void)
 {
-	return in_serving_softirq() && !in_irq();
+	return in_serving_softirq() && !in_hardirq();
 }
 
 static bool in_a_hard_interrupt(void)
 {
-	return in_irq() && irqs_disabled();
+	return in_hardirq() && irqs_disabled();
 }
 
 const struct zt_context zt_contexts[] = {
@@ -477,11 +442,12 @@ static u32 unaligned_accesses(void)
 	char text[16];
 	u32 count = 0;
 
-	file = filp_open("/sys/kernel/debug/mips/unaligned_instructions",
-			 O_RDONLY, 0);
+	file = zt_open(&zt_files,
+		       "/sys/kernel/debug/mips/unaligned_instructions",
+		       O_RDONLY);
 	if (IS_ERR(file))
 		return 0;
-	if (read_whole(file, text, sizeof(text)) > 0)
+	if (zt_read_whole(&zt_files, file, text, sizeof(text)) > 0)
 		count = simple_strtoul(text, NULL, 10);
 	filp_close(file, NULL);
 	return count;
@@ -568,6 +534,10 @@ EXPORT_SYMBOL_GPL(zt_exit);
 
 static int __init support_init(void)
 {
+	const int error = zt_files_init(&zt_files);
+
+	if (error)
+		return error;
 	zt_mark_log();
 	zorva_malloc(0, 1);
 	zt_registration.null_result = zorva_debug_pr_fn_register(NULL);
@@ -583,6 +553,7 @@ static int __init support_init(void)
 
 static void __exit support_exit(void)
 {
+	zt_files_exit(&zt_files);
 }
 
 module_init(support_init);

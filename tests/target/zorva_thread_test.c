@@ -570,7 +570,7 @@ static void its_end_is_that_of_a_killed_task(struct kunit *test)
 	ZT_WAIT_FOR(test, zt_is_gone(&probe.thread));
 
 	/* The signal has no say in the exit code. */
-	KUNIT_EXPECT_TRUE(test, signal_group_exit(probe.thread.task->signal));
+	KUNIT_EXPECT_TRUE(test, zt_group_exits(probe.thread.task->signal));
 	KUNIT_EXPECT_EQ(test, probe.thread.task->signal->group_exit_code,
 			SIGKILL);
 	KUNIT_EXPECT_EQ(test, zt_thread_end(test, &probe.thread), 0);
@@ -761,7 +761,7 @@ static void a_create_without_memory_starts_nothing(struct kunit *test)
 
 static void end_without_a_word(void *arg)
 {
-	complete_and_exit(NULL, 5);
+	zt_complete_and_exit(NULL, 5);
 }
 
 /* Runs as a task with a given PID, which must be free. */

@@ -705,9 +705,8 @@ static void a_refresh_reports_that_its_start_failed(struct kunit *test)
 	u32 result = ZORVA_RC_OK;
 	unsigned int tries;
 
-	hrtimer_init_on_stack(&intruder.timer, CLOCK_MONOTONIC,
-			      HRTIMER_MODE_REL_HARD);
-	intruder.timer.function = intrude;
+	hrtimer_setup_on_stack(&intruder.timer, intrude, CLOCK_MONOTONIC,
+			       HRTIMER_MODE_REL_HARD);
 
 	for (tries = 0; tries < 20000 && result == ZORVA_RC_OK; tries++) {
 		intruder.came = false;

@@ -358,9 +358,8 @@ static void a_report_shows_one_moment(struct kunit *test)
 	struct setter setter = {};
 
 	need_rings(test);
-	hrtimer_init_on_stack(&setter.timer, CLOCK_MONOTONIC,
-			      HRTIMER_MODE_REL_HARD);
-	setter.timer.function = set_rings;
+	hrtimer_setup_on_stack(&setter.timer, set_rings, CLOCK_MONOTONIC,
+			       HRTIMER_MODE_REL_HARD);
 	set_rings(&setter.timer);
 	hrtimer_start(&setter.timer, ns_to_ktime(100000),
 		      HRTIMER_MODE_REL_HARD);
@@ -403,9 +402,8 @@ static void timers_are_made_up_to_the_limit_under_a_reader(struct kunit *test)
 
 	need_rings(test);
 	before = tick_count;
-	hrtimer_init_on_stack(&maker.timer, CLOCK_MONOTONIC,
-			      HRTIMER_MODE_REL_HARD);
-	maker.timer.function = make_one;
+	hrtimer_setup_on_stack(&maker.timer, make_one, CLOCK_MONOTONIC,
+			       HRTIMER_MODE_REL_HARD);
 	hrtimer_start(&maker.timer, ns_to_ktime(300000), HRTIMER_MODE_REL_HARD);
 	while (READ_ONCE(maker.result) == ZORVA_RC_OK) {
 		if (reads < READS)

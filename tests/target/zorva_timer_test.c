@@ -9,7 +9,7 @@
 
 static bool in_right_context(void)
 {
-	return in_serving_softirq() && !in_irq() && !irqs_disabled();
+	return in_serving_softirq() && !in_hardirq() && !irqs_disabled();
 }
 
 #define KIND zt_tick

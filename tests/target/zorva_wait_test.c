@@ -774,9 +774,8 @@ static void no_wait_misses_a_wake_up_by_an_interrupt(struct kunit *test)
 	const unsigned long end = jiffies + msecs_to_jiffies(400);
 	u32 results = ZORVA_RC_OK, waits;
 
-	hrtimer_init_on_stack(&waker.timer, CLOCK_MONOTONIC,
-			      HRTIMER_MODE_REL_HARD);
-	waker.timer.function = wake_again;
+	hrtimer_setup_on_stack(&waker.timer, wake_again, CLOCK_MONOTONIC,
+			       HRTIMER_MODE_REL_HARD);
 	hrtimer_start(&waker.timer, ns_to_ktime(50000), HRTIMER_MODE_REL_HARD);
 	for (waits = 0; time_before(jiffies, end); waits++) {
 		results |= wait(waker.id);
