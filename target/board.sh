@@ -108,7 +108,9 @@ make_root()
 	local name=$1
 	shift
 
-	"$ZORVA_ROOT/target/rootfs/mkroot.sh" "$ZORVA_BUILD/$name.cpio.gz" "$@"
+	# Only a kernel that was not built here has modules of its own there.
+	"$ZORVA_ROOT/target/rootfs/mkroot.sh" "$ZORVA_BUILD/$name.cpio.gz" \
+		"$@" "$KERNEL_BUILD"/kernel-modules/*.ko
 }
 
 prepare()
