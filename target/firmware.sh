@@ -140,8 +140,8 @@ for dir in "$@"; do
 	start=$SECONDS
 	say "  firmware: $name"
 	if ! build "$dir" "$copy" >"$log" 2>&1; then
-		grep -E ': (fatal )?error: |\*\*\*|^ERROR: |: needs |: has the ' \
-			"$log" | head -n 10 >&2 || tail -n 10 "$log" >&2
+		grep -E ': (fatal )?error: |\*\*\*|^ERROR: |^/[^ ]*\.o: ' "$log" |
+			head -n 10 >&2 || tail -n 10 "$log" >&2
 		die "$dir does not build; log: $log"
 	fi
 	grep -A 3 -E '(: warning: |^WARNING: )' "$log" >&2 || true

@@ -187,7 +187,8 @@ END
 cat >"$work/cxx/cxx_c.c" <<'END'
 #include <linux/module.h>
 int cxx_begin(void);
-module_init(cxx_begin);
+static int __init begin(void) { return cxx_begin(); }
+module_init(begin);
 MODULE_LICENSE("GPL");
 END
 cat >"$work/cxx/cxx_cxx.cpp" <<'END'
