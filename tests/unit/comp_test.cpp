@@ -234,6 +234,29 @@ TEST_F(ComponentList, IsRefusedWithANameOf8Characters)
 	EXPECT_TRUE(refused(wrong_name));
 }
 
+TEST_F(ComponentList, IsRefusedWithAnotherIdInTheFirstRow)
+{
+	replace("(0, FIRST,", "(1, FIRST,");
+
+	EXPECT_TRUE(refused(wrong_order));
+}
+
+/* They stand next to the letters and the digits. */
+TEST_F(ComponentList, IsRefusedWithNamesThatHaveOtherCharacters)
+{
+	const std::string good = list;
+
+	for (const char *other : { "@", "[", "/", ":" }) {
+		SCOPED_TRACE(other);
+		list = good;
+		said = "";
+
+		replace(" LOG,", std::string(" L") + other + "G,");
+
+		EXPECT_TRUE(refused(wrong_name));
+	}
+}
+
 TEST_F(ComponentList, IsRefusedWithANameInLowerCase)
 {
 	replace(" LOG,", " LOg,");

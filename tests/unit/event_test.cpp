@@ -12,23 +12,45 @@ constexpr u32 forever = 0xFFFFFFFF;
 
 class EventFlags : public LockTest {
 protected:
+	static std::string said_of_event(const std::string &call,
+					 const std::string &name)
+	{
+		const std::string done = call == "create" ? "created"
+							  : "destroyed";
+
+		return "3 zorva_event.cpp zorva_event_" + call + ": Event '" +
+		       name + "' has been " + done + "\n";
+	}
+
 	static zorva_event *create(const char *name = "e")
 	{
-		return zorva_event_create(owner, name);
+		const auto call = [&] {
+			return zorva_event_create(owner, name);
+		};
+
+		return reported(call, [](const zorva_event *event) {
+			return said_of_sem(event->signal->name) +
+			       said_of_mutex(event->lock->name) +
+			       said_of_event("create", event->name);
+		});
 	}
 
 	static u32 set(zorva_event *event, u32 first, u32 second = 0)
 	{
 		const u32 bits[2] = { first, second };
 
-		return zorva_event_set(owner, event, bits);
+		return silently([&] {
+			return zorva_event_set(owner, event, bits);
+		});
 	}
 
 	/* "0x0: 0x5 0x100", what a wait returned and then the bits. */
 	static std::string wait(zorva_event *event, u32 timeout = 0)
 	{
 		u32 bits[2] = { 0xdead, 0xbeef };
-		const u32 error = zorva_event_wait(owner, event, bits, timeout);
+		const u32 error = silently([&] {
+			return zorva_event_wait(owner, event, bits, timeout);
+		});
 
 		return fake::format("0x%x: 0x%x 0x%x", error, bits[0], bits[1]);
 	}
@@ -40,8 +62,15 @@ protected:
 
 	void destroy(zorva_event *event)
 	{
-		new_reports();
-		EXPECT_EQ(zorva_event_destroy(owner, event), ok);
+		const std::string expected =
+			said_of_sem(event->signal->name, "destroyed") +
+			said_of_mutex(event->lock->name, "destroyed") +
+			said_of_event("destroy", event->name);
+		const auto call = [&] {
+			return zorva_event_destroy(owner, event);
+		};
+
+		EXPECT_EQ(reported(call, expected), ok);
 		new_reports();
 	}
 };
@@ -208,6 +237,36 @@ TEST_F(EventFlags, AreFreedWithTheirLocksByAnyComponent)
 	EXPECT_EQ(tracked_blocks(), 0u);
 	fake::allow_access_to_freed(&event->component, 4);
 	EXPECT_EQ(event->component, owner);
+}
+
+/* In whose name a block is freed shows when its guard is torn. */
+TEST_F(EventFlags, AreFreedInTheNameOfWhoeverDestroysThem)
+{
+	zorva_event *const event = create();
+	tear_all();
+
+	EXPECT_EQ(zorva_event_destroy(other, event), ok);
+
+	EXPECT_EQ(torn_frees(),
+		  texts({ "VLAN, zorva_sem.cpp", "VLAN, zorva_sem.cpp",
+			  "VLAN, zorva_event.cpp" }));
+}
+
+TEST_F(EventFlags, AreFreedInTheirComponentsNameWithoutMemory)
+{
+	on_report([](const report &made) {
+		if (made.text.starts_with("create "))
+			tear_all();
+	});
+
+	fake::fail_allocation(2);
+	EXPECT_EQ(create(), nullptr);
+	EXPECT_EQ(torn_frees(), texts{ "PORT, zorva_event.cpp" });
+
+	fake::fail_allocation(3);
+	EXPECT_EQ(create(), nullptr);
+	EXPECT_EQ(torn_frees(),
+		  texts({ "PORT, zorva_sem.cpp", "PORT, zorva_event.cpp" }));
 }
 
 TEST_F(EventFlags, StayWhenALockCannotBeDestroyed)

@@ -39,7 +39,8 @@ void record_report(u32 compId, s32 unit, u32 level, const char *file,
 	EXPECT_FALSE(std::string(text).ends_with("\n")) << text;
 
 	recorded.push_back({ level, file, func, line, text,
-			     fake::current_context(), fake::log_size() });
+			     fake::current_context(), fake::log_size(),
+			     zk_current_pid() });
 	if (hook)
 		hook(report(recorded.back()));
 }
@@ -53,6 +54,21 @@ const std::vector<report> &reports()
 {
 	seen = recorded.size();
 	return recorded;
+}
+
+std::string reports_during(const std::function<void()> &call)
+{
+	const size_t before = recorded.size();
+	const pid_t self = zk_current_pid();
+	const bool in_interrupt = fake::current_context().in_interrupt;
+	std::string text;
+
+	call();
+	for (size_t i = before; i < recorded.size(); ++i)
+		if (recorded[i].by == self &&
+		    recorded[i].at.in_interrupt == in_interrupt)
+			text += as_text(recorded[i]) + "\n";
+	return text;
 }
 
 std::string last_report()

@@ -21,6 +21,7 @@ struct report {
 	std::string text;
 	fake::context at;
 	size_t logged_before; /* entries of the log */
+	pid_t by;
 };
 
 /*
@@ -35,6 +36,12 @@ void on_report(std::function<void(const report &made)> hook);
 
 /* The reports so far. Those that no test looked at fail it when it ends. */
 const std::vector<report> &reports();
+
+/*
+ * What the running task reports during a call, as all_reports() has it: not
+ * what others do meanwhile, nor interrupts. That does not count as looked at.
+ */
+std::string reports_during(const std::function<void()> &call);
 
 /*
  * Reports as text, without their lines: "1 zorva_mem.cpp zorva_free_track:

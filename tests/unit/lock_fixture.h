@@ -48,6 +48,28 @@ protected:
 				    entry.timeout);
 	}
 
+	/* The reports of what becomes of a mutex, and of a semaphore. */
+	static std::string said_of_mutex(const std::string &name,
+					 const std::string &done = "created")
+	{
+		const std::string call = done == "created" ? "create"
+							   : "destroy";
+
+		return "3 zorva_sem.cpp zorva_mutex_" + call +
+		       "_track: Mutex '" + name + "' has been " + done + "\n";
+	}
+
+	static std::string said_of_sem(const std::string &name,
+				       const std::string &done = "created")
+	{
+		const std::string call = done == "created" ? "create"
+							   : "destroy";
+
+		return "3 zorva_sem.cpp zorva_sem_" + call +
+		       "_track: Semaphore '" + name + "' has been " + done +
+		       "\n";
+	}
+
 	/* All entries that were written, newest first. */
 	template <class Record>
 	static texts history(const Record *record)

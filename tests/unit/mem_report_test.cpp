@@ -192,11 +192,15 @@ TEST_F(UsageReport, CountsTheLiveBlocksIn32Bits)
 TEST_F(UsageReport, CopiesUnderTheLockAndPrintsWithoutIt)
 {
 	char *const block = allocate(10);
-	const size_t locked = fake::spin_locks_taken();
+	std::vector<const void *> taken;
+	fake::after_spin_lock([&](const void *lock) {
+		taken.push_back(lock);
+	});
 
 	fake::read_report("zorva/zorva.mem");
 
-	EXPECT_EQ(fake::spin_locks_taken(), locked + 1);
+	fake::after_spin_lock(nullptr);
+	EXPECT_EQ(taken, std::vector<const void *>{ &_mallocMemLck });
 	ASSERT_EQ(fake::seq_prints().size(), 4u);
 	for (const fake::seq_print &print : fake::seq_prints())
 		EXPECT_TRUE(print.at.may_sleep()) << print.text;

@@ -10,19 +10,40 @@ inline constexpr u32 forever = 0xFFFFFFFF;
 
 class MessageQueue : public LockTest {
 protected:
+	static std::string said_of_queue(const std::string &call,
+					 const std::string &name,
+					 const std::string &done)
+	{
+		return "3 zorva_msgq.cpp zorva_msg_queue_" + call +
+		       "_track: MsgQ '" + name + "' has been " + done + "\n";
+	}
+
 	static zorva_msg_queue *create(u32 depth = 3, u32 size = 8,
 				       const char *name = "q")
 	{
-		return zorva_msg_queue_create_track(owner, name, depth, size,
-						    "caller.c", 120);
+		const auto call = [&] {
+			return zorva_msg_queue_create_track(owner, name, depth,
+							    size, "caller.c",
+							    120);
+		};
+
+		return reported(call, [](const zorva_msg_queue *queue) {
+			return said_of_mutex(queue->lock->name) +
+			       said_of_sem(queue->txSem->name) +
+			       said_of_sem(queue->rxSem->name) +
+			       said_of_queue("create", queue->name, "created");
+		});
 	}
 
 	static u32 send(zorva_msg_queue *queue, const std::string &msg,
 			u32 timeout = 0)
 	{
-		return zorva_msg_queue_send_track(owner, queue, msg.data(),
-						  msg.size(), timeout,
-						  "caller.c", 7);
+		return silently([&] {
+			return zorva_msg_queue_send_track(owner, queue,
+							  msg.data(),
+							  msg.size(), timeout,
+							  "caller.c", 7);
+		});
 	}
 
 	/* The bytes that a receive wrote, or its error as text. */
@@ -30,10 +51,12 @@ protected:
 				   u32 length = 8)
 	{
 		std::string buffer(length, '#');
-		const u32 error = zorva_msg_queue_receive_track(owner, queue,
-								buffer.data(),
-								length, timeout,
-								"caller.c", 8);
+		const u32 error = silently([&] {
+			return zorva_msg_queue_receive_track(owner, queue,
+							     buffer.data(),
+							     length, timeout,
+							     "caller.c", 8);
+		});
 
 		return error ? fake::format("0x%x", error) : buffer;
 	}
@@ -43,10 +66,32 @@ protected:
 		return zk_sema_count(&sem->semaphore);
 	}
 
+	static s32 depth(zorva_msg_queue *queue, u32 compId = owner)
+	{
+		return silently([&] {
+			return zorva_msg_queue_depth(compId, queue);
+		});
+	}
+
+	static s32 max_depth(zorva_msg_queue *queue, u32 compId = owner)
+	{
+		return silently([&] {
+			return zorva_msg_queue_max_depth(compId, queue);
+		});
+	}
+
 	void destroy(zorva_msg_queue *queue)
 	{
-		new_reports();
-		EXPECT_EQ(zorva_msg_queue_delete_track(owner, queue), ok);
+		const std::string expected =
+			said_of_mutex(queue->lock->name, "destroyed") +
+			said_of_sem(queue->txSem->name, "destroyed") +
+			said_of_sem(queue->rxSem->name, "destroyed") +
+			said_of_queue("delete", queue->name, "deleted");
+		const auto call = [&] {
+			return zorva_msg_queue_delete_track(owner, queue);
+		};
+
+		EXPECT_EQ(reported(call, expected), ok);
 		new_reports();
 	}
 

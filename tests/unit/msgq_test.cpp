@@ -85,6 +85,17 @@ TEST_F(MessageQueue, IsNamedAfterItsComponentAndItsLocksAfterTheCallersLine)
 	destroy(queue);
 }
 
+TEST_F(MessageQueue, HasLocksThatAreNamedAfterAnyLine)
+{
+	zorva_msg_queue *const queue =
+		zorva_msg_queue_create_track(owner, nullptr, 1, 1, "caller.c",
+					     4000000000);
+
+	EXPECT_STREQ(queue->lock->name, "msgq-4000000000-ent");
+
+	destroy(queue);
+}
+
 TEST_F(MessageQueue, IsMadeWithoutAFile)
 {
 	zorva_msg_queue *const queue =
@@ -279,6 +290,46 @@ TEST_F(MessageQueue, FreesItsLocksItsRingAndItselfInOrder)
 	EXPECT_EQ(memcmp(&queue->link, "\x00\x01\0\0\x22\x01\0\0", 8), 0);
 }
 
+/* In whose name a block is freed shows when its guard is torn. */
+TEST_F(MessageQueue, IsFreedInTheNameOfWhoeverDeletesIt)
+{
+	zorva_msg_queue *const queue = create();
+	tear_all();
+
+	EXPECT_EQ(zorva_msg_queue_delete_track(other, queue), ok);
+
+	EXPECT_EQ(torn_frees(),
+		  texts({ "VLAN, zorva_sem.cpp", "VLAN, zorva_sem.cpp",
+			  "VLAN, zorva_sem.cpp", "VLAN, zorva_msgq.cpp",
+			  "VLAN, zorva_msgq.cpp" }));
+}
+
+TEST_F(MessageQueue, IsFreedInItsComponentsNameWithoutMemory)
+{
+	const texts record = { "PORT, zorva_msgq.cpp" };
+	const texts record_and_ring(2, "PORT, zorva_msgq.cpp");
+	const texts all_but_the_mutex = { "PORT, zorva_sem.cpp",
+					  "PORT, zorva_msgq.cpp",
+					  "PORT, zorva_msgq.cpp" };
+	unsigned int nth = 1;
+	on_report([](const report &made) {
+		if (made.text == "create mutex failed." ||
+		    made.text == "allocate memory failed.(24 bytes)")
+			tear_all();
+	});
+
+	for (const texts &expected : { record, record_and_ring,
+				       all_but_the_mutex, all_but_the_mutex }) {
+		fake::fail_allocation(++nth);
+		EXPECT_EQ(create(), nullptr);
+		EXPECT_EQ(torn_frees(), expected) << nth;
+	}
+	while (_zorvaMutexDbg.head)
+		zorva_mutex_destroy_track(owner, _zorvaMutexDbg.head,
+					  "caller.c", 9);
+	torn_frees();
+}
+
 TEST_F(MessageQueue, LeavesTheListFromAnyPlace)
 {
 	zorva_msg_queue *const first = create();
@@ -397,18 +448,18 @@ TEST_F(MessageQueueDepth, RefusesWrongArgumentsInOrder)
 TEST_F(MessageQueueDepth, IsWhatIsThereNowAndWhatEverWas)
 {
 	zorva_msg_queue *const queue = create(3, 1);
-	EXPECT_EQ(zorva_msg_queue_depth(owner, queue), 0);
-	EXPECT_EQ(zorva_msg_queue_max_depth(owner, queue), 0);
+	EXPECT_EQ(depth(queue), 0);
+	EXPECT_EQ(max_depth(queue), 0);
 
 	for (const char *msg : { "a", "b", "c" })
 		send(queue, msg);
-	EXPECT_EQ(zorva_msg_queue_depth(other, queue), 3);
+	EXPECT_EQ(depth(queue, other), 3);
 	for (int i = 0; i < 3; ++i)
 		receive(queue);
 	send(queue, "d");
 
-	EXPECT_EQ(zorva_msg_queue_depth(owner, queue), 1);
-	EXPECT_EQ(zorva_msg_queue_max_depth(owner, queue), 3);
+	EXPECT_EQ(depth(queue), 1);
+	EXPECT_EQ(max_depth(queue), 3);
 	destroy(queue);
 }
 

@@ -11,17 +11,30 @@ protected:
 
 	static zorva_mutex *create(const char *name = "m")
 	{
-		return zorva_mutex_create_track(owner, name, "caller.c", 7);
+		const auto call = [&] {
+			return zorva_mutex_create_track(owner, name, "caller.c",
+							7);
+		};
+
+		return reported(call, [](const zorva_mutex *mutex) {
+			return said_of_mutex(mutex->name);
+		});
 	}
 
 	static u32 take(zorva_mutex *mutex, u32 line = 10)
 	{
-		return zorva_mutex_take_track(owner, mutex, "caller.c", line);
+		return silently([&] {
+			return zorva_mutex_take_track(owner, mutex, "caller.c",
+						      line);
+		});
 	}
 
 	static u32 give(zorva_mutex *mutex, u32 line = 20)
 	{
-		return zorva_mutex_give_track(owner, mutex, "caller.c", line);
+		return silently([&] {
+			return zorva_mutex_give_track(owner, mutex, "caller.c",
+						      line);
+		});
 	}
 
 	static u32 is_locked(zorva_mutex *mutex)
@@ -31,9 +44,13 @@ protected:
 
 	void destroy(zorva_mutex *mutex)
 	{
-		EXPECT_EQ(zorva_mutex_destroy_track(owner, mutex, "caller.c",
-						    9),
-			  ok);
+		const std::string name = mutex->name;
+		const auto call = [&] {
+			return zorva_mutex_destroy_track(owner, mutex,
+							 "caller.c", 9);
+		};
+
+		EXPECT_EQ(reported(call, said_of_mutex(name, "destroyed")), ok);
 		new_reports();
 	}
 };

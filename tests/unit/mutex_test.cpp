@@ -260,6 +260,17 @@ TEST_F(TrackedMutex, LeavesTheListFromAnyPlace)
 	}
 }
 
+/* In whose name it is freed shows when its guard is torn. */
+TEST_F(TrackedMutex, IsFreedInTheNameOfWhoeverDestroysIt)
+{
+	zorva_mutex *const mutex = create();
+	tear_all();
+
+	EXPECT_EQ(zorva_mutex_destroy_track(other, mutex, "caller.c", 9), ok);
+
+	EXPECT_EQ(torn_frees(), texts{ "VLAN, zorva_sem.cpp" });
+}
+
 TEST_F(TrackedMutex, IsReportedAndFreedByAnyComponent)
 {
 	zorva_mutex *const mutex = create("ports");
@@ -556,8 +567,8 @@ TEST_F(TrackedMutex, IsTakenAllTheSameWithoutARegistry)
 	new_reports();
 	_zorvaMutexDbg.initialised = 0;
 
-	EXPECT_EQ(take(mutex), ok);
-	EXPECT_EQ(give(mutex), ok);
+	EXPECT_EQ(zorva_mutex_take_track(owner, mutex, "caller.c", 10), ok);
+	EXPECT_EQ(zorva_mutex_give_track(owner, mutex, "caller.c", 20), ok);
 
 	EXPECT_EQ(new_reports(), "1 zorva_sem.cpp zorva_mutex_history_record: "
 				 "invalid mutex debug lock.\n"

@@ -12,19 +12,30 @@ protected:
 
 	static zorva_sem *create(u32 count, const char *name = "s")
 	{
-		return zorva_sem_create_track(owner, name, count, "caller.c",
-					      7);
+		const auto call = [&] {
+			return zorva_sem_create_track(owner, name, count,
+						      "caller.c", 7);
+		};
+
+		return reported(call, [](const zorva_sem *sem) {
+			return said_of_sem(sem->name);
+		});
 	}
 
 	static u32 take(zorva_sem *sem, u32 timeout, u32 line = 10)
 	{
-		return zorva_sem_take_track(owner, sem, timeout, "caller.c",
-					    line);
+		return silently([&] {
+			return zorva_sem_take_track(owner, sem, timeout,
+						    "caller.c", line);
+		});
 	}
 
 	static u32 give(zorva_sem *sem, u32 line = 20)
 	{
-		return zorva_sem_give_track(owner, sem, "caller.c", line);
+		return silently([&] {
+			return zorva_sem_give_track(owner, sem, "caller.c",
+						    line);
+		});
 	}
 
 	static u32 count(const zorva_sem *sem)
@@ -34,8 +45,13 @@ protected:
 
 	void destroy(zorva_sem *sem)
 	{
-		EXPECT_EQ(zorva_sem_destroy_track(owner, sem, "caller.c", 9),
-			  ok);
+		const std::string name = sem->name;
+		const auto call = [&] {
+			return zorva_sem_destroy_track(owner, sem, "caller.c",
+						       9);
+		};
+
+		EXPECT_EQ(reported(call, said_of_sem(name, "destroyed")), ok);
 		new_reports();
 	}
 };

@@ -212,7 +212,7 @@ TEST_F(KilledTask, ThatIsNotTrackedGivesTwoUnitsAndGoesOn)
 	in_task("stranger", [&] {
 		kernel_sigaction(SIGKILL, nullptr);
 		fake::send_signal(zk_current_pid(), SIGKILL);
-		result = give(sem);
+		result = zorva_sem_give_track(owner, sem, "caller.c", 20);
 	});
 
 	EXPECT_EQ(result, ok);

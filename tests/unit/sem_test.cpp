@@ -228,6 +228,17 @@ TEST_F(TrackedSemaphore, RefusesWrongArgumentsOfItsDestructionInOrder)
 	destroy(sem);
 }
 
+/* In whose name it is freed shows when its guard is torn. */
+TEST_F(TrackedSemaphore, IsFreedInTheNameOfWhoeverDestroysIt)
+{
+	zorva_sem *const sem = create(1);
+	tear_all();
+
+	EXPECT_EQ(zorva_sem_destroy_track(other, sem, "caller.c", 9), ok);
+
+	EXPECT_EQ(torn_frees(), texts{ "VLAN, zorva_sem.cpp" });
+}
+
 TEST_F(TrackedSemaphore, IsDestroyedWithoutAFileByAnyComponent)
 {
 	zorva_sem *const sem = create(1, "slots");
@@ -533,9 +544,9 @@ TEST_F(TrackedSemaphore, IsTakenAndGivenAllTheSameWithoutARegistry)
 	new_reports();
 	_zorvaSemDbg.initialised = 0;
 
-	EXPECT_EQ(take(sem, 0), ok);
+	EXPECT_EQ(zorva_sem_take_track(owner, sem, 0, "caller.c", 10), ok);
 	EXPECT_EQ(count(sem), 0u);
-	EXPECT_EQ(give(sem), ok);
+	EXPECT_EQ(zorva_sem_give_track(owner, sem, "caller.c", 20), ok);
 
 	EXPECT_EQ(new_reports(), "1 zorva_sem.cpp zorva_sem_history_record: "
 				 "invalid sem debug lock.\n"

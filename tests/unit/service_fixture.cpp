@@ -37,6 +37,12 @@ void tear(void *block)
 	*guard_of(static_cast<zorva_mem_block_hdr_t *>(block) - 1) = 0;
 }
 
+void tear_all()
+{
+	for (auto *block = _pZorvaMallocMemList; block; block = block->next)
+		tear(block + 1);
+}
+
 void leave(const void *block)
 {
 	fake::leave_allocated(
@@ -168,6 +174,23 @@ void ServiceTest::expect_torn_free(const std::string &component,
 		component + ", " + file + ":"))
 		<< last_report();
 	EXPECT_EQ(fake::kernel_log().back().text, "<stack>\n");
+}
+
+texts ServiceTest::torn_frees()
+{
+	const std::string torn = "Memory corruption: guard overwritten (";
+	texts found;
+
+	for (; looked_at_ < reports().size(); ++looked_at_) {
+		const std::string &text = reports()[looked_at_].text;
+
+		if (text.starts_with(torn))
+			found.push_back(
+				text.substr(torn.size(),
+					    text.rfind(':') - torn.size()));
+	}
+	EXPECT_NE(fake::log_text(), "");
+	return found;
 }
 
 /*

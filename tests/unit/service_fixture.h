@@ -27,8 +27,55 @@ texts complaints_of(const std::function<void()> &call);
 
 /* The blocks that the module has, and has not left for good. */
 size_t tracked_blocks();
+/* What calls return when they succeed. */
+inline bool is_success(u32 result)
+{
+	return result == ok;
+}
+
+inline bool is_success(s32 count)
+{
+	return count >= 0;
+}
+
+inline bool is_success(const void *object)
+{
+	return object;
+}
+
+/*
+ * Makes a call, and proves that one that succeeds makes those reports and no
+ * others: a text, or what a function makes of the result. Others may make
+ * theirs meanwhile. Returns the result.
+ */
+template <class Call, class Text>
+auto reported(Call call, const Text &text)
+{
+	decltype(call()) result = {};
+	const std::string said = reports_during([&] {
+		result = call();
+	});
+
+	if (!is_success(result))
+		return result;
+	if constexpr (std::is_invocable_v<Text, decltype(result)>)
+		EXPECT_EQ(said, text(result));
+	else
+		EXPECT_EQ(said, text);
+	return result;
+}
+
+/* The same of a call that is not to be reported when it succeeds. */
+template <class Call>
+auto silently(Call call)
+{
+	return reported(call, "");
+}
+
 /* Overwrites a tracked block's guard: its free is reported then. */
 void tear(void *block);
+/* The same of all that there are. */
+void tear_all();
 /* Accepts that a tracked block is not freed when the test ends. */
 void leave(const void *block);
 
@@ -83,6 +130,13 @@ protected:
 	 */
 	static void expect_torn_free(const std::string &component,
 				     const std::string &file);
+
+	/*
+	 * The torn blocks among the reports since the last look, in the order
+	 * in which they were freed: "PORT, zorva_sem.cpp" each, for the
+	 * component in whose name that was, and the file from where.
+	 */
+	texts torn_frees();
 
 	/* Also that locks were taken in order, and no registry is left locked. */
 	void TearDown() override;

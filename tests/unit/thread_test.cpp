@@ -43,8 +43,21 @@ protected:
 	static pid_t create(const char *name, s32 priority = nice_5,
 			    void (*entry)(void *) = wait_at_gate)
 	{
-		return zorva_thread_create_track(owner, name, 0, priority,
-						 entry, &gate, "caller.c", 7);
+		pid_t pid = 0;
+		const std::string said = reports_during([&] {
+			pid = zorva_thread_create_track(owner, name, 0,
+							priority, entry, &gate,
+							"caller.c", 7);
+		});
+
+		if (pid) {
+			EXPECT_EQ(said,
+				  "3 zorva_thread.cpp "
+				  "zorva_thread_create_track: Thread '" +
+					  std::string(name).substr(0, 31) +
+					  "' has been created\n");
+		}
+		return pid;
 	}
 
 	/* Lets so many threads go on, and run until they end. */
@@ -167,6 +180,45 @@ TEST_F(TrackedThread, IsListedBeforeItsCreatorGoesOn)
 	EXPECT_EQ(fake::blocked_in(pid), "down");
 
 	open_gate(1);
+}
+
+/* The count is the last word of a record. */
+TEST_F(TrackedThread, IsListedCountedAndFreedUnderTheListsLock)
+{
+	texts seen;
+	const auto look = [&seen](const char *when, const void *lock) {
+		const auto *const block = _pZorvaMallocMemList;
+		size_t listed = 0;
+		u32 users;
+
+		if (lock != &_zorvaThreadLock)
+			return;
+		for (auto *link = zk_list_next(&kthread_list);
+		     link != &kthread_list; link = zk_list_next(link))
+			++listed;
+		memcpy(&users, newest_record() + block->size - sizeof(users),
+		       sizeof(users));
+		seen.push_back(fake::format("%s: %zu listed, %u users", when,
+					    listed, users));
+	};
+	fake::after_spin_lock([&](const void *lock) {
+		look("taken", lock);
+	});
+	fake::before_spin_unlock([&](const void *lock) {
+		look("given", lock);
+	});
+
+	create("worker");
+	open_gate(1);
+
+	EXPECT_EQ(seen, texts({ "taken: 0 listed, 2 users",
+				"given: 1 listed, 2 users",
+				"taken: 1 listed, 2 users",
+				"given: 1 listed, 1 users",
+				"taken: 1 listed, 1 users",
+				"given: 0 listed, 1 users",
+				"taken: 0 listed, 1 users",
+				"given: 0 listed, 0 users" }));
 }
 
 TEST_F(TrackedThread, IsNamedAndListedBeforeItWakesItsCreator)
@@ -495,7 +547,9 @@ TEST_F(TrackedThread, EndsForAnyComponent)
 			zorva_thread_exit_track(other, 0, "body.c", 3);
 		};
 
-		create("worker", nice_5, run_body);
+		/* Its creator may be the one that frees it. */
+		zorva_thread_create_track(owner, "worker", 0, nice_5, run_body,
+					  nullptr, "caller.c", 7);
 		if (waits)
 			up(&gate);
 		fake::run_others();

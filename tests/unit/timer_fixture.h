@@ -94,24 +94,33 @@ protected:
 	{
 		u32 id = 0;
 
-		Kind::init(owner, &id, note_expiry, data, "caller.c", 7);
+		silently([&] {
+			return Kind::init(owner, &id, note_expiry, data,
+					  "caller.c", 7);
+		});
 		return id;
 	}
 
 	static u32 start(u32 id, u32 msecs, const char *file = "caller.c",
 			 u32 line = 10)
 	{
-		return Kind::start(owner, &id, msecs, file, line);
+		return silently([&] {
+			return Kind::start(owner, &id, msecs, file, line);
+		});
 	}
 
 	static u32 stop(u32 id)
 	{
-		return Kind::stop(owner, &id, "caller.c", 20);
+		return silently([&] {
+			return Kind::stop(owner, &id, "caller.c", 20);
+		});
 	}
 
 	static u32 refresh(u32 id, u32 msecs)
 	{
-		return Kind::refresh(owner, &id, msecs, "caller.c", 30);
+		return silently([&] {
+			return Kind::refresh(owner, &id, msecs, "caller.c", 30);
+		});
 	}
 
 	/* What the nodes of the list carry, in their order. */

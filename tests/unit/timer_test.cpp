@@ -605,6 +605,30 @@ TYPED_TEST(Timer, SaysThatARefreshCouldNotStartIt)
 	EXPECT_EQ(this->newest()->running, 0u);
 }
 
+TYPED_TEST(Timer, SaysAnyLineWhereARefreshFails)
+{
+	USING_FIXTURE;
+	const u32 id = this->make();
+	const auto refresh_fails = [&](const char *what) {
+		EXPECT_EQ(KIND::refresh(owner, &id, 100, "caller.c",
+					4000000000),
+			  not_found);
+		EXPECT_EQ(this->new_reports(),
+			  this->said("refresh",
+				     fake::format("%s %s failed. "
+						  "(caller.c,4000000000)",
+						  what, KIND::kind_in_text)));
+	};
+	this->start(id, 100);
+	fake::on_call([this](const fake::call &made) {
+		if (made.text == KIND::disarm)
+			this->newest()->timerId = 4711;
+	});
+
+	refresh_fails("Start");
+	refresh_fails("Stop");
+}
+
 /* Expiry. */
 
 TYPED_TEST(Timer, CallsItsCallbackOnceInItsInterruptWithoutTheLock)

@@ -13,26 +13,36 @@ protected:
 	{
 		u32 id = 4711;
 
-		EXPECT_EQ(zorva_wait_module_create_track(owner, &id, "caller.c",
-							 7),
+		EXPECT_EQ(silently([&] {
+				  return zorva_wait_module_create_track(owner,
+									&id,
+									"caller.c",
+									7);
+			  }),
 			  ok);
 		return id;
 	}
 
 	static u32 destroy(u32 id)
 	{
-		return zorva_wait_module_destroy_track(owner, id, "caller.c",
-						       8);
+		return silently([&] {
+			return zorva_wait_module_destroy_track(owner, id,
+							       "caller.c", 8);
+		});
 	}
 
 	static u32 wait(u32 id)
 	{
-		return zorva_wait_event_track(owner, id, "caller.c", 9);
+		return silently([&] {
+			return zorva_wait_event_track(owner, id, "caller.c", 9);
+		});
 	}
 
 	static u32 wake(u32 id)
 	{
-		return zorva_wake_up_track(owner, id, "caller.c", 10);
+		return silently([&] {
+			return zorva_wake_up_track(owner, id, "caller.c", 10);
+		});
 	}
 
 	/* A task that waits, until it is blocked or done. */
@@ -239,11 +249,14 @@ TEST_F(WaitModule, IsFoundUnderTheListsLockOnceItIsMade)
 {
 	create();
 	create();
-	const size_t taken = fake::spin_locks_taken();
+	std::vector<const void *> taken;
+	fake::after_spin_lock([&](const void *lock) {
+		taken.push_back(lock);
+	});
 
 	EXPECT_EQ(_zorva_wait_module_find(1), listed()[1]);
 	EXPECT_EQ(_zorva_wait_module_find(2), nullptr);
-	EXPECT_EQ(fake::spin_locks_taken(), taken + 2);
+	EXPECT_EQ(taken, std::vector<const void *>(2, &_waitListLck));
 
 	for (u32 state : { 0, 2 }) {
 		listed()[1]->state = state;
@@ -274,6 +287,18 @@ TEST_F(WaitModule, RefusesWrongArgumentsOfItsDestructionInOrder)
 
 	EXPECT_EQ(ids(), texts{ "0" });
 	destroy_all();
+}
+
+/* In whose name it is freed shows when its guard is torn. */
+TEST_F(WaitModule, IsFreedInTheNameOfThisModule)
+{
+	const u32 id = create();
+	tear_all();
+
+	EXPECT_EQ(zorva_wait_module_destroy_track(other, id, "caller.c", 8),
+		  ok);
+
+	EXPECT_EQ(torn_frees(), texts{ "ZORVA, zorva_wait.cpp" });
 }
 
 TEST_F(WaitModule, LeavesTheListFromTheMiddleAndTheEnd)
