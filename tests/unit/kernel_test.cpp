@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* The fixtures, the recorder of reports, and the program's entry. */
 #include "kernel_test.h"
+#include "each.h"
 
 #include <stdarg.h>
 #include <string.h>
@@ -134,5 +135,9 @@ int main(int argc, char **argv)
 	fake::on_failure([](const std::string &what) {
 		ADD_FAILURE() << what;
 	});
+	if (argc == 2 && !strcmp(argv[1], "--each"))
+		return run_each(false);
+	if (argc == 2 && !strcmp(argv[1], "--each=all"))
+		return run_each(true);
 	return RUN_ALL_TESTS();
 }

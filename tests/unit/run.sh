@@ -7,28 +7,35 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: run.sh [--coverage] [COUNTS]
+usage: run.sh [--coverage] [--build-only] [COUNTS]
 
-  --coverage  count what runs of the module, in build/coverage instead
-  COUNTS      a file for "PASSED FAILED", the numbers of tests; it is not
-              written when they cannot be built
+  --coverage    count what runs of the module, in build/coverage instead
+  --build-only  build the tests and run none
+  COUNTS        a file for "PASSED FAILED", the numbers of tests; it is not
+                written when they cannot be built
 END
 }
 
 name=unit
 options=()
-case ${1-} in
---coverage)
-	name=coverage
-	options=(-DZORVA_COVERAGE=ON)
+build_only=
+while [[ ${1-} = -* ]]; do
+	case $1 in
+	--coverage)
+		name=coverage
+		options=(-DZORVA_COVERAGE=ON)
+		;;
+	--build-only)
+		build_only=yes
+		;;
+	*)
+		usage
+		[ "$1" = -h ] || [ "$1" = --help ] || exit 2
+		exit
+		;;
+	esac
 	shift
-	;;
--*)
-	usage
-	[ "$1" = -h ] || [ "$1" = --help ] || exit 2
-	exit
-	;;
-esac
+done
 source=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$source/../.." && pwd)/build/$name
 log=$build/run.log
@@ -54,6 +61,7 @@ flock -n 9 || {
 step "$name: configure" cmake -S "$source" -B "$build" "${options[@]}"
 step "$name: compile" cmake --build "$build" --parallel "$(jobs)"
 grep -A3 'warning:' "$ZORVA_LOGS/$name-compile.log" >&2 || true
+[ -z "$build_only" ] || exit 0
 
 start=$SECONDS
 status=0
