@@ -15,7 +15,6 @@ usage: install-deps.sh GROUP...
   target    the cross compilers, what builds the kernel and BusyBox, and QEMU
   unit      the host tests: 32-bit compiler, CMake, GoogleTest
   coverage  what counts the lines that the host tests run
-  mutants   what changes the module, and sees who notices
   fuzz      the compiler of the fuzzers
   tools     the inspector's libraries
   lint      formatting and static checks
@@ -51,15 +50,13 @@ for group in "$@"; do
 	coverage)
 		packages+=(gcovr python3)
 		;;
-	mutants)
-		packages+=(python3)
-		;;
 	fuzz)
 		packages+=(clang libclang-rt-14-dev)
 		;;
 	tools)
 		packages+=(make cmake g++ libcli11-dev libfmt-dev
-			nlohmann-json3-dev googletest python3-jsonschema)
+			nlohmann-json3-dev googletest python3-jsonschema
+			help2man man-db mandoc)
 		;;
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck
