@@ -19,6 +19,8 @@
 #                      the board runs by the host's time
 # SECONDS=S SEED=N     of the soak: how long, and what it decides by
 # SECONDS=S            of the fuzzers: how long each of them runs
+# SEED=N COUNT=N       of the mutants: what draws them, and how many (1, 500)
+# MUTANTS_ARGS=...     more options of tests/mutants/run.sh
 # FUZZ_ARGS=--keep     add what they have reached to tests/fuzz/corpus
 # BENCH_ARGS=--update  put what bench has measured into docs/
 # CROSS_COMPILE=P      prefix of the cross compiler (mips-linux-gnu-)
@@ -79,6 +81,12 @@ unit: ## the tests on this machine, against a fake kernel
 coverage: ## what of the module the unit tests run, against the list
 	@target/install-deps.sh unit coverage
 	@tests/unit/coverage.sh
+
+.PHONY: mutants
+mutants: ## changes of the module, one at a time, that a unit test must notice
+	@target/install-deps.sh unit mutants
+	@tests/mutants/run.sh $(if $(SEED),--seed $(SEED)) \
+		$(if $(COUNT),--count $(COUNT)) $(MUTANTS_ARGS)
 
 .PHONY: fuzz
 fuzz: ## hostile sequences of calls on this machine, against a fake kernel

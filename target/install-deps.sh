@@ -15,6 +15,7 @@ usage: install-deps.sh GROUP...
   target    the cross compilers, what builds the kernel and BusyBox, and QEMU
   unit      the host tests: 32-bit compiler, CMake, GoogleTest
   coverage  what counts the lines that the host tests run
+  mutants   what changes the module, and sees who notices
   fuzz      the compiler of the fuzzers
   tools     the inspector's libraries
   lint      formatting and static checks
@@ -49,6 +50,9 @@ for group in "$@"; do
 		;;
 	coverage)
 		packages+=(gcovr python3)
+		;;
+	mutants)
+		packages+=(python3)
 		;;
 	fuzz)
 		packages+=(clang libclang-rt-14-dev)
