@@ -77,6 +77,9 @@ std::unique_ptr<report_parser> make_timer_parser(report_kind kind);
 /* The report that such a line begins, if it tells. */
 std::optional<report_kind> begins(std::string_view text);
 
+/* Whether a line begins as one of a report does. */
+bool starts_like_report(std::string_view text);
+
 /* Whether such a line can be a part of any report, as far as it tells. */
 bool looks_like_report(std::string_view text);
 

@@ -55,7 +55,7 @@ std::optional<report_kind> begins(std::string_view text)
 	return {};
 }
 
-bool looks_like_report(std::string_view text)
+bool starts_like_report(std::string_view text)
 {
 	static constexpr std::string_view starts[] = {
 		"  [0",		  "<memory corr",   "Curr Usage  :",
@@ -67,20 +67,26 @@ bool looks_like_report(std::string_view text)
 		"Max Depth    :", "Curr Depth   :", "Max Seen     :",
 		"Current Time :", "Dump all ACT",
 	};
-	static constexpr std::string_view parts[] = {
-		" bytes (",   "] Take @",      "] Give @",
-		"corruption", " (expected 0x",
-	};
 
 	if (begins(text))
 		return true;
 	for (const std::string_view start : starts)
 		if (text.starts_with(start))
 			return true;
+	return false;
+}
+
+bool looks_like_report(std::string_view text)
+{
+	static constexpr std::string_view parts[] = {
+		" bytes (",   "] Take @",      "] Give @",
+		"corruption", " (expected 0x",
+	};
+
 	for (const std::string_view part : parts)
 		if (text.find(part) != text.npos)
 			return true;
-	return false;
+	return starts_like_report(text);
 }
 
 void notes::add(severity level, place at, std::string text)
@@ -196,8 +202,9 @@ private:
 	const uint32_t input_;
 
 	content content_ = content::loose;
-	bool exact_ = false; /* nothing else can be between the sections */
-	int64_t pid_ = 0;    /* of a task's section */
+	bool exact_ = false;  /* nothing else can be between the sections */
+	bool serial_ = false; /* the line came over a serial console */
+	int64_t pid_ = 0;     /* of a task's section */
 	std::unique_ptr<report_parser> parser_;
 	report_kind kind_ = report_kind::mem;
 	report_state state_;
@@ -285,6 +292,13 @@ bool text_parser::report_line(std::string_view text, place at)
 bool is_rule(std::string_view text)
 {
 	return text.find_first_not_of("-= ") == text.npos;
+}
+
+/* Where a shell waits for more, a log ends without being cut off. */
+bool is_prompt(std::string_view text)
+{
+	return text.ends_with("# ") || text.ends_with("$ ") ||
+	       text.ends_with("> ");
 }
 
 /* Outside of sections: whether a report begins here, or goes on. */
@@ -499,7 +513,7 @@ void text_parser::slow_line(std::string_view raw, place at)
 		return;
 	}
 	if (!half_.empty()) {
-		if (!looks_like_report(text) &&
+		if (!starts_like_report(text) &&
 		    report_line(half_ + text, half_at_)) {
 			half_.clear();
 			return;
@@ -530,7 +544,11 @@ void text_parser::slow_line(std::string_view raw, place at)
 
 void text_parser::line(std::string_view text, place at)
 {
-	if (!half_.empty() || !report_line(text, at))
+	/* A name would take a message of the kernel for a part of it. */
+	const bool interrupted = (!exact_ || serial_) &&
+				 find_stamp(text).found();
+
+	if (interrupted || !half_.empty() || !report_line(text, at))
 		slow_line(text, at);
 }
 
@@ -582,9 +600,10 @@ void text_parser::lines(std::string_view text)
 
 		++at.line;
 		text.remove_prefix(found ? length + 1 : length);
+		serial_ = one.ends_with('\r');
 		while (one.ends_with('\r'))
 			one.remove_suffix(1);
-		if (!found && (parser_ || in_snapshot_)) {
+		if (!found && (in_snapshot_ || (parser_ && !is_prompt(one)))) {
 			if (!mark_line(cleaned(one), at))
 				cut_line(one, at);
 			break;
