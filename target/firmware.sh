@@ -59,6 +59,7 @@ done
 [ -z "$check" ] || exit 0
 
 kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
+kernel_facts "$kernel"
 zorva=$ZORVA_BUILD/target
 copies=$ZORVA_BUILD/firmware
 [ -f "$zorva/plat/linux/zorva/Module.symvers" ] ||
@@ -116,8 +117,8 @@ build()
 	# Once more is no more: a Kbuild file may have this line already.
 	printf '%s\n' "include \$(src)/$own" \
 		"include \$(ZORVA)/plat/linux/zorva.mk" >"$copy/Kbuild"
-	make -C "$kernel" M="$copy" ARCH=mips \
-		CROSS_COMPILE="$CROSS_COMPILE" -j"$(jobs)" ZORVA="$zorva" \
+	make -C "$kernel" M="$copy" ARCH="$arch" CROSS_COMPILE="$cross" \
+		${clang:+LLVM=1} -j"$(jobs)" KCFLAGS=-g ZORVA="$zorva" \
 		${ZORVA_COMPONENTS:+ZORVA_COMPONENTS="$ZORVA_COMPONENTS"} \
 		KBUILD_EXTRA_SYMBOLS="${symbols[*]}" modules 2>&1 |
 		name_original "$from" "$copy"

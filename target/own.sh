@@ -36,7 +36,7 @@ own_build()
 		name=${path##*/}
 		name=${name%.ko}
 		own_modules+=("${name//-/_}")
-		! "${CROSS_COMPILE}nm" -u "$path" |
+		! "${cross}nm" -u "$path" |
 			grep -qw zorva_debug_pr_fn_register || board=$name
 	done
 	board_module "$board"
@@ -207,18 +207,18 @@ ZORVA_KO=$module/zorva/zorva.ko
 ZORVA_SYMBOLS=$module/zorva/Module.symvers
 ZORVA_INCLUDE=$module/include
 ZORVA_COMPONENTS=${ZORVA_COMPONENTS:-$module/include/zorva/components.def}
-ARCH=mips
-CROSS_COMPILE=$CROSS_COMPILE
+ARCH=$arch
+CROSS_COMPILE=$cross
 
 # The last line of your Kbuild file:
 #	include \$(ZORVA)/plat/linux/zorva.mk
 # and, where it is:
-make -C $KERNEL_BUILD M=\$PWD ARCH=mips CROSS_COMPILE=$CROSS_COMPILE \\
+make -C $KERNEL_BUILD M=\$PWD ARCH=$arch CROSS_COMPILE=$cross \\
 	ZORVA=$built${ZORVA_COMPONENTS:+ ZORVA_COMPONENTS=$ZORVA_COMPONENTS} modules
 
 # Without zorva.mk:
 #	ccflags-y += -I$module/include$define
-make -C $KERNEL_BUILD M=\$PWD ARCH=mips CROSS_COMPILE=$CROSS_COMPILE \\
+make -C $KERNEL_BUILD M=\$PWD ARCH=$arch CROSS_COMPILE=$cross \\
 	KBUILD_EXTRA_SYMBOLS=$module/zorva/Module.symvers modules
 END
 }
