@@ -8,6 +8,7 @@
  * one that lies beside the sources.
  */
 #ifndef __ZORVA_ZK_SIZES_H__
+/* NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp) */
 #define __ZORVA_ZK_SIZES_H__
 
 #define ZK_LINUX_VERSION 0x050adf
