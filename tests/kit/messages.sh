@@ -195,5 +195,17 @@ says_only "BusyBox without a network" \
 	"cannot fetch BusyBox's source .* network\\?; log: " \
 	env APT_CONFIG="$work/apt.conf" ZORVA_CACHE="$work/cache" \
 	target/busybox/build.sh
+rm -f "$work"/bin/{dpkg-query,apt-get,sudo}
+printf '#!/bin/sh\nexit 1\n' >"$work/bin/dpkg-query"
+printf '#!/bin/sh\necho noise\necho more\nexit 100\n' >"$work/bin/apt-get"
+cat >"$work/bin/sudo" <<'END'
+#!/bin/sh
+[ "$1" != -n ] || shift
+[ "$1" = -v ] || exec "$@"
+END
+chmod +x "$work"/bin/{dpkg-query,apt-get,sudo}
+says_only "Debian's packages without a network" \
+	'cannot fetch the Debian packages gnuplot-nox: is there a network\?; log: ' \
+	env PATH="$work/bin" target/install-deps.sh bench
 
 conclude messages "$counts"
