@@ -11,6 +11,8 @@ namespace
 {
 
 std::vector<fake::call> made;
+void (*fatal_handler)();
+void (*deadlock_handler)(const std::string &states);
 std::function<void(const fake::call &)> hook;
 
 const fake::at_restart forget_all([] {
@@ -71,11 +73,40 @@ void record(const std::string &text, const void *object)
 	made.push_back(each);
 	if (hook)
 		hook(each);
+	may_switch(switch_point::kernel_call);
+}
+
+void on_fatal(void (*handler)())
+{
+	fatal_handler = handler;
+}
+
+void on_deadlock(void (*handler)(const std::string &states))
+{
+	deadlock_handler = handler;
+}
+
+void note_circle()
+{
+	if (deadlock_handler)
+		fatal_deadlock("");
+}
+
+void fatal_deadlock(const std::string &states)
+{
+	if (deadlock_handler) {
+		deadlock_handler(states);
+		if (fatal_handler)
+			fatal_handler();
+	}
+	fatal("deadlock, no task can ever run again:\n" + states);
 }
 
 void fatal(const std::string &what)
 {
 	fail(what);
+	if (fatal_handler)
+		fatal_handler();
 	fflush(stdout);
 	fprintf(stderr, "%s\n", what.c_str());
 	_exit(1);

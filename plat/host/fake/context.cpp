@@ -3,7 +3,7 @@
  * The processor: interrupts, spin locks, and who may sleep. There is one, as
  * on the target.
  */
-#include "internal.h"
+#include "scheduler.h"
 
 #include <algorithm>
 
@@ -31,6 +31,7 @@ struct held_lock {
 	unsigned long flags;
 };
 
+bool forsaken;
 bool irqs_off;
 unsigned int hard_interrupts;
 unsigned int soft_interrupts;
@@ -72,8 +73,31 @@ at_restart::at_restart(void (*action)())
 
 void restart()
 {
+	if (forsaken) {
+		irqs_off = false;
+		hard_interrupts = 0;
+		soft_interrupts = 0;
+		held.clear();
+	}
 	for (void (*action)() : restart_actions())
 		action();
+	forsaken = false;
+}
+
+void forsake()
+{
+	forsaken = true;
+}
+
+bool is_forsaken()
+{
+	return forsaken;
+}
+
+bool current_context_may_sleep()
+{
+	return !irqs_off && !hard_interrupts && !soft_interrupts &&
+	       held.empty();
 }
 
 bool context::may_sleep() const
@@ -182,6 +206,8 @@ void might_sleep(const char *caller)
 
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 {
+	fake::may_switch(fake::switch_point::kernel_call);
+
 	const unsigned long flags = irqs_off ? flags_off : flags_on;
 
 	for (const held_lock &each : held)
@@ -209,6 +235,7 @@ void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 		unlock_hook(lock);
 	irqs_off = held.back().flags == flags_off;
 	held.pop_back();
+	fake::may_switch(fake::switch_point::kernel_call);
 }
 
 bool zk_in_interrupt(void)

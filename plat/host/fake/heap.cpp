@@ -4,14 +4,19 @@
  * block. A freed block is never given back, so that it keeps its contents and
  * its address; it is out of bounds until a test says otherwise.
  */
-#include "internal.h"
+#include "scheduler.h"
 
 #include <limits.h>
 #include <map>
 #include <stdlib.h>
 #include <string.h>
 
-#include <sanitizer/asan_interface.h>
+extern "C" {
+[[gnu::weak]] void __asan_poison_memory_region(const volatile void *address,
+					       size_t size);
+[[gnu::weak]] void __asan_unpoison_memory_region(const volatile void *address,
+						 size_t size);
+}
 
 namespace
 {
@@ -19,6 +24,19 @@ namespace
 constexpr gfp_t direct_reclaim = 0x400;
 constexpr size_t largest_block = 4 << 20;
 constexpr unsigned char garbage = 0xa5;
+
+/* The sanitizer may be there, or not. */
+void forbid_access(const void *address, size_t size)
+{
+	if (__asan_poison_memory_region)
+		__asan_poison_memory_region(address, size);
+}
+
+void allow_access(const void *address, size_t size)
+{
+	if (__asan_unpoison_memory_region)
+		__asan_unpoison_memory_region(address, size);
+}
 
 /* What an allocation of no bytes gets. */
 void *const zero_size_block = reinterpret_cast<void *>(16);
@@ -28,10 +46,12 @@ struct block {
 	bool may_be_pages; /* from kvmalloc: not for kfree */
 	bool freed;
 	bool left;
+	fake::firmware_call made_by;
+	fake::firmware_call freed_by;
 };
 
 std::map<const void *, block> blocks;
-std::vector<fake::heap_call> calls;
+std::vector<fake::heap_call> made;
 unsigned int until_failure;
 size_t failure_above = SIZE_MAX;
 std::function<void()> kvmalloc_hook;
@@ -39,15 +59,15 @@ std::function<void()> kvmalloc_hook;
 /* Only now are freed blocks given back. */
 const fake::at_restart free_all([] {
 	for (const auto &[address, each] : blocks) {
-		if (!each.freed)
+		if (!each.freed && !fake::is_forsaken())
 			fake::complain(
 				fake::format("a block of %zu bytes is left",
 					     each.size));
-		ASAN_UNPOISON_MEMORY_REGION(address, each.size);
+		allow_access(address, each.size);
 		free(const_cast<void *>(address));
 	}
 	blocks.clear();
-	calls.clear();
+	made.clear();
 	until_failure = 0;
 	failure_above = SIZE_MAX;
 	kvmalloc_hook = nullptr;
@@ -86,7 +106,8 @@ void *allocate(size_t size, gfp_t flags, bool may_be_pages = false)
 	void *const memory = malloc(size);
 
 	memset(memory, flags & __GFP_ZERO ? 0 : garbage, size);
-	blocks[memory] = { size, may_be_pages, false, false };
+	blocks[memory] = { size,  may_be_pages,		false,
+			   false, fake::current_call(), {} };
 	return memory;
 }
 
@@ -105,7 +126,8 @@ void release(const void *memory, bool knows_pages = false)
 		if (found->second.may_be_pages && !knows_pages)
 			fake::complain("kfree of what kvmalloc gave");
 		found->second.freed = true;
-		ASAN_POISON_MEMORY_REGION(memory, found->second.size);
+		found->second.freed_by = fake::current_call();
+		forbid_access(memory, found->second.size);
 	}
 }
 
@@ -116,7 +138,7 @@ namespace fake
 
 const std::vector<heap_call> &heap_calls()
 {
-	return calls;
+	return made;
 }
 
 size_t live_blocks()
@@ -162,11 +184,38 @@ void allow_access_to_freed(const void *address, size_t size)
 
 		if (each.freed && first >= memory &&
 		    first + size <= memory + each.size) {
-			ASAN_UNPOISON_MEMORY_REGION(address, size);
+			allow_access(address, size);
 			return;
 		}
 	}
 	complain("access to freed memory that is none");
+}
+
+std::vector<firmware_call> calls_that_left_blocks()
+{
+	std::vector<firmware_call> found;
+
+	for (const auto &[address, each] : blocks)
+		if (!each.freed && !each.left)
+			found.push_back(each.made_by);
+	return found;
+}
+
+bool was_freed(const void *address, firmware_call *made, firmware_call *freed)
+{
+	auto above = blocks.upper_bound(address);
+
+	if (above == blocks.begin())
+		return false;
+
+	const auto &[start, each] = *--above;
+
+	if (!each.freed || static_cast<const char *>(address) >=
+				   static_cast<const char *>(start) + each.size)
+		return false;
+	*made = each.made_by;
+	*freed = each.freed_by;
+	return true;
 }
 
 void *kernel_alloc(size_t size)
@@ -185,16 +234,16 @@ void *__kmalloc(size_t size, gfp_t flags)
 {
 	void *const memory = allocate(size, flags);
 
-	calls.push_back({ memory ? fake::heap_call::allocated
-				 : fake::heap_call::refused,
-			  size, flags, memory, fake::current_context() });
+	made.push_back({ memory ? fake::heap_call::allocated
+				: fake::heap_call::refused,
+			 size, flags, memory, fake::current_context() });
 	return memory;
 }
 
 void kfree(const void *memory)
 {
-	calls.push_back({ fake::heap_call::freed, 0, 0, memory,
-			  fake::current_context() });
+	made.push_back({ fake::heap_call::freed, 0, 0, memory,
+			 fake::current_context() });
 	release(memory);
 }
 
@@ -205,16 +254,16 @@ void *zk_kvmalloc(size_t size)
 
 	void *const memory = allocate(size, GFP_KERNEL, true);
 
-	calls.push_back({ memory ? fake::heap_call::kvallocated
-				 : fake::heap_call::kvrefused,
-			  size, GFP_KERNEL, memory, fake::current_context() });
+	made.push_back({ memory ? fake::heap_call::kvallocated
+				: fake::heap_call::kvrefused,
+			 size, GFP_KERNEL, memory, fake::current_context() });
 	return memory;
 }
 
 void kvfree(const void *memory)
 {
 	fake::might_sleep("kvfree");
-	calls.push_back({ fake::heap_call::kvfreed, 0, 0, memory,
-			  fake::current_context() });
+	made.push_back({ fake::heap_call::kvfreed, 0, 0, memory,
+			 fake::current_context() });
 	release(memory, true);
 }

@@ -18,6 +18,16 @@ void complain(const std::string &what);
 void might_sleep(const char *caller);
 
 /*
+ * After this, restart() drops without a complaint what is left: the tasks of
+ * a test that failed in the middle.
+ */
+void forsake();
+bool is_forsaken();
+
+/* Tells whether nothing forbids the caller to sleep. */
+bool current_context_may_sleep();
+
+/*
  * What a part of the fake kernel does when all begins anew: a static object
  * beside the state that it sets back.
  */
@@ -31,6 +41,9 @@ std::vector<const void *> taken_by_running();
 /* The clock that all others run off. */
 s64 monotonic_time();
 void set_monotonic_time(s64 nsecs);
+
+/* Empties the proc file system, as for a module that was never loaded. */
+void forget_proc_entries();
 
 /* The kernel's own use of the heap. */
 void *kernel_alloc(size_t size);

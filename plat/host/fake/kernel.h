@@ -13,6 +13,13 @@
 #define FAKE_KERNEL_H
 
 /*
+ * The host's offset is another type where a long has 64 bits: from here on the
+ * name stands for the kernel's.
+ */
+#include <sys/types.h>
+#define loff_t kernel_loff_t
+
+/*
  * The host declares these itself, and not to throw. The two of the printf
  * family are the kernel's here: the module's build has them under these names.
  */

@@ -17,6 +17,11 @@ struct [[gnu::packed]] unaligned_link {
 	unaligned_link *prev;
 };
 
+const fake::at_restart empty_both([] {
+	fake::init_list(&threads);
+	fake::init_list(&queues);
+});
+
 } // namespace
 
 namespace fake

@@ -62,6 +62,24 @@ fake_mutex &view(struct mutex *lock)
 	return seen;
 }
 
+/* Whoever waits for himself will do so for ever, whatever the others do. */
+void complain_of_circle(const task_struct *self)
+{
+	const auto owner_of_awaited = [](const task_struct *task) {
+		const auto *const lock =
+			static_cast<const fake_mutex *>(task->waits_for);
+
+		return lock ? lock->owner : nullptr;
+	};
+
+	for (const task_struct *next = owner_of_awaited(self); next;
+	     next = owner_of_awaited(next))
+		if (next == self) {
+			fake::note_circle();
+			return;
+		}
+}
+
 /* Blocks until a unit is handed over, or the time is up. */
 bool wait_for_unit(fake_semaphore &sem, long ticks, const char *caller)
 {
@@ -97,6 +115,8 @@ int next_error; /* of a wait with a time limit */
 
 const fake::at_restart succeed([] {
 	next_error = 0;
+	queue_list_lock.owner = nullptr;
+	fake::init_list(&queue_list_lock.waiters);
 });
 
 } // namespace
@@ -192,11 +212,14 @@ void zk_mutex_lock(struct mutex *lock)
 		waiter place = {};
 
 		enqueue(place, seen.waiters);
+		self->waits_for = &seen;
+		complain_of_circle(self);
 		while (seen.owner) {
 			self->state = state_uninterruptible;
 			fake::switch_tasks("mutex_lock");
 		}
 		fake::unlink(&place.link);
+		self->waits_for = nullptr;
 	}
 	seen.owner = self;
 	fake::note_taken(lock);

@@ -146,6 +146,12 @@ void after_proc_create(std::function<void(const std::string &name)> hook)
 	create_hook = std::move(hook);
 }
 
+void forget_proc_entries()
+{
+	root.children.clear();
+	files_open = 0;
+}
+
 size_t open_files()
 {
 	return files_open;

@@ -1,38 +1,63 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * Who runs, who can, and who is blocked. There is one baton; a thread of the
- * host that does not have it waits for its task's turn. So nothing in the fake
- * kernel needs a lock but the passing of the baton itself.
+ * Who runs, who can, and who is blocked. One task runs until it gives way, so
+ * nothing in the fake kernel needs a lock. The task that has been ready for
+ * longest goes on, unless an order was chosen by a seed: then chance decides,
+ * and a task that could go on may have to give way as well.
  */
 #include "scheduler.h"
 
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <memory>
+#include <utility>
 
 namespace
 {
 
-constexpr size_t stack_size = 1 << 20;
+void (*end_handler)(const task_struct *task);
+task_struct *owner; /* of the processor */
 
-pthread_mutex_t baton = PTHREAD_MUTEX_INITIALIZER;
-task_struct *owner; /* of the baton */
+/* That of the task that ended last, which ran on it to the end. */
+std::unique_ptr<fake::fiber> last_stack;
 
 std::deque<task_struct *> ready;
 std::map<pid_t, task_struct *> tasks; /* all that are referred to */
 std::map<pid_t, long> exit_codes;
 pid_t last_pid = fake::main_pid - 1;
 
+/* The order of tasks; without a period the first who is ready goes on. */
+u64 chance;
+u32 period; /* of chances to give way, on average */
+bool in_kernel_calls;
+u64 preemptions;
+
 /* The main task is made anew; it is the one that runs this. */
 const fake::at_restart start_over([] {
-	if (!fake::tasks_left().empty())
+	if (!fake::is_forsaken() && !fake::tasks_left().empty())
 		fake::fatal("tasks are left:\n" + fake::tasks_left());
-	if (owner)
+	ready.clear();
+	if (fake::is_forsaken())
+		for (const auto &[number, task] : std::exchange(tasks, {}))
+			delete task;
+	else if (owner)
 		fake::put_task(owner);
 	owner = nullptr;
 	exit_codes.clear();
 	last_pid = fake::main_pid - 1;
+	period = 0;
 });
+
+/* Small, and good enough to choose by: a step of splitmix64. */
+u32 next_chance()
+{
+	u64 mixed = chance += 0x9e3779b97f4a7c15;
+
+	mixed = (mixed ^ mixed >> 30) * 0xbf58476d1ce4e5b9;
+	mixed = (mixed ^ mixed >> 27) * 0x94d049bb133111eb;
+	return mixed >> 32;
+}
 
 task_struct *make_main()
 {
@@ -40,7 +65,7 @@ task_struct *make_main()
 
 	task->state = state_running;
 	task->on_cpu = true;
-	task->started = true;
+	task->stack = std::make_unique<fake::fiber>();
 	return task;
 }
 
@@ -75,64 +100,44 @@ task_struct *next_task()
 
 			for (const auto &[number, task] : tasks)
 				states += describe(task);
-			fake::fatal("deadlock, no task can ever run again:\n" +
-				    states);
+			fake::fatal_deadlock(states);
 		}
 
-	task_struct *const next = ready.front();
+	const auto chosen =
+		ready.begin() + (period ? next_chance() % ready.size() : 0);
+	task_struct *const next = *chosen;
 
-	ready.pop_front();
+	ready.erase(chosen);
 	next->on_cpu = true;
+	next->preempted = false;
 	return next;
 }
 
-void *run_task(void *argument);
-
-/* Passes the baton; the caller holds its lock. */
-void pass_baton(task_struct *to)
+bool forget_taken(task_struct *task, const void *lock)
 {
-	owner = to;
-	if (to->started) {
-		pthread_cond_signal(&to->may_run);
-		return;
-	}
-	to->started = true;
-
-	pthread_t thread;
-	pthread_attr_t attributes;
-
-	pthread_attr_init(&attributes);
-	pthread_attr_setstacksize(&attributes, stack_size);
-	pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-	if (pthread_create(&thread, &attributes, run_task, to))
-		fake::fatal("the host has no more threads");
-	pthread_attr_destroy(&attributes);
+	for (size_t i = task->taken.size(); i--;)
+		if (task->taken[i] == lock) {
+			task->taken.erase(task->taken.begin() + i);
+			task->taken_at.erase(task->taken_at.begin() + i);
+			return true;
+		}
+	return false;
 }
 
-/* A task that has ended is referred to only by those who asked to. */
-void finish(task_struct *task)
+/* Lets a task run; the running one comes back when it is its turn. */
+void switch_to(task_struct *next)
 {
-	exit_codes[task->number] = task->exit_code;
-	task->state = state_dead;
+	task_struct *const self = std::exchange(owner, next);
 
-	task_struct *const next = next_task();
-
-	fake::put_task(task);
-	pthread_mutex_lock(&baton);
-	pass_baton(next);
-	pthread_mutex_unlock(&baton);
+	if (next != self)
+		self->stack->switch_to(*next->stack);
 }
 
-void *run_task(void *argument)
+void run_task(void *argument)
 {
 	auto *const task = static_cast<task_struct *>(argument);
 
-	pthread_mutex_lock(&baton);
-	pthread_mutex_unlock(&baton);
-	if (!setjmp(task->end))
-		task->exit_code = task->body();
-	finish(task);
-	return nullptr;
+	fake::end_task(task->body());
 }
 
 } // namespace
@@ -154,12 +159,19 @@ task_struct *make_task(const std::string &comm, bool is_kthread)
 	task->id.task = task;
 	task->is_kthread = is_kthread;
 	task->state = state_uninterruptible;
-	pthread_cond_init(&task->may_run, nullptr);
+	if (owner)
+		task->made_by = current_call();
 	set_comm(task, comm);
 	for (uintptr_t &action : task->actions)
 		action = is_kthread ? action_ignore : action_default;
 	tasks[task->number] = task;
 	return task;
+}
+
+void set_body(task_struct *task, std::function<int()> body)
+{
+	task->body = std::move(body);
+	task->stack = std::make_unique<fiber>(run_task, task);
 }
 
 void put_task(task_struct *task)
@@ -188,7 +200,7 @@ void switch_tasks(const char *caller)
 {
 	task_struct *const self = running();
 
-	if (!current_context().may_sleep())
+	if (!current_context_may_sleep())
 		fatal(std::string(caller) + ": scheduling while atomic");
 	run_due_events();
 	if (signal_ends_sleep(self, self->state))
@@ -198,15 +210,66 @@ void switch_tasks(const char *caller)
 	self->blocked_in = caller;
 	self->on_cpu = false;
 
+	switch_to(next_task());
+}
+
+/* A task that has ended is referred to only by those who asked to. */
+void end_task(long code)
+{
+	task_struct *const self = running();
+
+	if (end_handler)
+		end_handler(self);
+	self->exit_code = code;
+	exit_codes[self->number] = code;
+	self->state = state_dead;
+	self->on_cpu = false;
+
 	task_struct *const next = next_task();
 
-	if (next == self)
+	last_stack = std::move(self->stack);
+	owner = next;
+	put_task(self);
+	last_stack->end_for(*next->stack);
+}
+
+void on_task_end(void (*handler)(const task_struct *task))
+{
+	end_handler = handler;
+}
+
+void set_order(u64 seed, u32 mean_period, bool also_in_kernel_calls)
+{
+	chance = seed;
+	period = mean_period;
+	in_kernel_calls = also_in_kernel_calls;
+	preemptions = 0;
+}
+
+/* Whatever the task is about to wait for, it has not given way itself. */
+void may_switch(switch_point where)
+{
+	if (!period || ready.empty() ||
+	    (where == switch_point::kernel_call && !in_kernel_calls) ||
+	    !owner || !owner->on_cpu || !current_context_may_sleep() ||
+	    next_chance() % period)
 		return;
-	pthread_mutex_lock(&baton);
-	pass_baton(next);
-	while (owner != self)
-		pthread_cond_wait(&self->may_run, &baton);
-	pthread_mutex_unlock(&baton);
+
+	task_struct *const self = owner;
+
+	++preemptions;
+	self->on_cpu = false;
+	self->preempted = true;
+
+	task_struct *const next = next_task();
+
+	ready.push_back(self);
+	switch_to(next);
+}
+
+u64 preemption_count()
+{
+	return preemptions;
 }
 
 /* One that still runs, and has only said that it will block, goes on. */
@@ -215,9 +278,15 @@ bool wake(task_struct *task, long states)
 	if (!(task->state & states))
 		return false;
 	task->state = state_running;
-	if (!task->on_cpu)
+	if (!task->on_cpu && !task->preempted)
 		ready.push_back(task);
 	return true;
+}
+
+firmware_call current_call()
+{
+	return owner && !owner->calling.empty() ? owner->calling.back()
+						: firmware_call();
 }
 
 pid_t start_task(const char *comm, std::function<void()> body, kind what)
@@ -226,10 +295,10 @@ pid_t start_task(const char *comm, std::function<void()> body, kind what)
 
 	task_struct *const task = make_task(comm, what == kind::kernel_thread);
 
-	task->body = [body = std::move(body)] {
+	set_body(task, [body = std::move(body)] {
 		body();
 		return 0;
-	};
+	});
 	wake(task, state_uninterruptible);
 	return task->number;
 }
@@ -287,20 +356,34 @@ std::vector<const void *> taken_by_running()
 void note_taken(const void *lock)
 {
 	running()->taken.push_back(lock);
+	running()->taken_at.push_back(current_call());
+}
+
+task_struct *holder_of(const void *lock)
+{
+	for (const auto &[number, task] : tasks)
+		if (task->state != state_dead &&
+		    std::count(task->taken.begin(), task->taken.end(), lock))
+			return task;
+	return nullptr;
+}
+
+std::vector<task_struct *> all_tasks()
+{
+	std::vector<task_struct *> all;
+
+	for (const auto &[number, task] : tasks)
+		all.push_back(task);
+	return all;
 }
 
 /* A unit may be given by another task than the one that has taken it. */
 void note_given(const void *lock)
 {
-	auto &own = running()->taken;
-
-	for (auto taken = own.end(); taken != own.begin();)
-		if (*--taken == lock) {
-			own.erase(taken);
-			return;
-		}
+	if (forget_taken(running(), lock))
+		return;
 	for (const auto &[number, task] : tasks)
-		if (std::erase(task->taken, lock))
+		if (forget_taken(task, lock))
 			return;
 }
 

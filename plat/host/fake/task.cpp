@@ -26,12 +26,9 @@ bool is_dead(const task_struct *task)
 
 [[noreturn]] void end_running_task(long code)
 {
-	task_struct *const self = fake::running();
-
-	if (self->number == fake::main_pid)
+	if (fake::running()->number == fake::main_pid)
 		fake::fatal("the test's own task is ended");
-	self->exit_code = code;
-	longjmp(self->end, 1);
+	fake::end_task(code);
 }
 
 } // namespace
@@ -181,9 +178,9 @@ struct task_struct *kthread_create_on_node(int (*fn)(void *data), void *data,
 
 	task_struct *const task = fake::make_task(name, true);
 
-	task->body = [fn, data] {
+	fake::set_body(task, [fn, data] {
 		return fn(data);
-	};
+	});
 	task->blocked_in = "kthread";
 	return task;
 }

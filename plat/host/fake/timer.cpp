@@ -22,6 +22,7 @@ constexpr unsigned long initial_jiffies = -300 * 100;
 unsigned long jiffies_at_0 = initial_jiffies;
 u32 resolution = 1;
 s64 yield_cost = 1000;
+s64 time_limit = LLONG_MAX;
 
 struct event {
 	s64 when;
@@ -33,7 +34,7 @@ std::map<const void *, event> events;
 u64 next_order;
 
 const fake::at_restart start_over([] {
-	if (!events.empty())
+	if (!events.empty() && !fake::is_forsaken())
 		fake::complain("an expiry or the end of a sleep is left");
 	events.clear();
 	next_order = 0;
@@ -84,7 +85,7 @@ struct fake_timer {
 	void (*function)(struct timer_list *timer);
 	unsigned long expires;
 	u32 initialised;
-	u32 unused[2];
+	void *unused[2];
 };
 
 struct fake_hrtimer {
@@ -148,6 +149,11 @@ s64 now()
 	return monotonic_time();
 }
 
+void set_time_limit(s64 nsecs)
+{
+	time_limit = nsecs;
+}
+
 void set_event(const void *owner, s64 when, std::function<void()> what)
 {
 	events[owner] = { when, next_order++, std::move(what) };
@@ -180,6 +186,8 @@ bool run_next_event()
 
 	if (next == events.end())
 		return false;
+	if (next->second.when > time_limit)
+		fatal_deadlock("");
 	run(next);
 	return true;
 }

@@ -97,12 +97,13 @@ void finish_wait(struct wait_queue_head *queue, struct wait_queue_entry *entry)
 void __wake_up(struct wait_queue_head *queue, unsigned int mode, int count,
 	       void *key)
 {
-	fake_queue &queued = view(queue);
-	fake_link *link = queued.entries.next;
-
 	fake::record(fake::format("wake_up %u %d %s", mode, count,
 				  key ? "key" : "none"),
 		     queue);
+
+	fake_queue &queued = view(queue);
+	fake_link *link = queued.entries.next;
+
 	while (link != &queued.entries) {
 		auto &entry = *reinterpret_cast<fake_entry *>(link);
 

@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
  * The target's sizes, alignments and constants, so that records which embed
- * structures of the kernel have on the host the size that they have there.
+ * structures of the kernel have on the host the size that they have there, as
+ * 32-bit code. As 64-bit code they grow with the pointers in them.
  *
  * The guard is that of the header which the module's own build generates: this
  * one is included first, by the compiler's -include, and wins over a generated
@@ -23,22 +24,22 @@
 
 #define ZK_SIZEOF_SPINLOCK 0
 #define ZK_ALIGNOF_SPINLOCK 1
-#define ZK_SIZEOF_LIST_HEAD 8
-#define ZK_ALIGNOF_LIST_HEAD 4
-#define ZK_SIZEOF_MUTEX 12
-#define ZK_ALIGNOF_MUTEX 4
-#define ZK_SIZEOF_SEMAPHORE 12
-#define ZK_ALIGNOF_SEMAPHORE 4
-#define ZK_SIZEOF_WAIT_QUEUE_HEAD 8
-#define ZK_ALIGNOF_WAIT_QUEUE_HEAD 4
-#define ZK_SIZEOF_WAIT_QUEUE_ENTRY 20
-#define ZK_ALIGNOF_WAIT_QUEUE_ENTRY 4
-#define ZK_SIZEOF_TIMER_LIST 20
-#define ZK_ALIGNOF_TIMER_LIST 4
-#define ZK_SIZEOF_HRTIMER 48
+#define ZK_SIZEOF_LIST_HEAD (2 * __SIZEOF_POINTER__)
+#define ZK_ALIGNOF_LIST_HEAD __SIZEOF_POINTER__
+#define ZK_SIZEOF_MUTEX (3 * __SIZEOF_POINTER__)
+#define ZK_ALIGNOF_MUTEX __SIZEOF_POINTER__
+#define ZK_SIZEOF_SEMAPHORE (3 * __SIZEOF_POINTER__)
+#define ZK_ALIGNOF_SEMAPHORE __SIZEOF_POINTER__
+#define ZK_SIZEOF_WAIT_QUEUE_HEAD (2 * __SIZEOF_POINTER__)
+#define ZK_ALIGNOF_WAIT_QUEUE_HEAD __SIZEOF_POINTER__
+#define ZK_SIZEOF_WAIT_QUEUE_ENTRY (3 * __SIZEOF_POINTER__ + 8)
+#define ZK_ALIGNOF_WAIT_QUEUE_ENTRY __SIZEOF_POINTER__
+#define ZK_SIZEOF_TIMER_LIST (5 * __SIZEOF_POINTER__)
+#define ZK_ALIGNOF_TIMER_LIST __SIZEOF_POINTER__
+#define ZK_SIZEOF_HRTIMER (2 * __SIZEOF_POINTER__ + 40)
 #define ZK_ALIGNOF_HRTIMER 8
-#define ZK_SIZEOF_NOTIFIER_BLOCK 12
-#define ZK_ALIGNOF_NOTIFIER_BLOCK 4
+#define ZK_SIZEOF_NOTIFIER_BLOCK (3 * __SIZEOF_POINTER__)
+#define ZK_ALIGNOF_NOTIFIER_BLOCK __SIZEOF_POINTER__
 #define ZK_SIZEOF_LOCK_CLASS_KEY 0
 #define ZK_ALIGNOF_LOCK_CLASS_KEY 1
 
