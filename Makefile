@@ -77,6 +77,11 @@ unit: ## the tests on this machine, against a fake kernel
 	@target/install-deps.sh unit
 	@tests/unit/run.sh
 
+.PHONY: host-test
+host-test: ## the library for tests of firmware on this machine, installed
+	@target/install-deps.sh host
+	@tests/host/run.sh
+
 .PHONY: coverage
 coverage: ## what of the module the unit tests run, against the list
 	@target/install-deps.sh unit coverage
@@ -181,7 +186,7 @@ endif
 
 .PHONY: deps
 deps: ## install the Debian packages that are missing
-	@target/install-deps.sh target unit lint
+	@target/install-deps.sh target unit host lint
 
 .PHONY: clean
 clean: ## remove build/; the cache stays

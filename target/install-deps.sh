@@ -14,6 +14,7 @@ usage: install-deps.sh GROUP...
 
   target    the cross compilers, what builds the kernel and BusyBox, and QEMU
   unit      the host tests: 32-bit compiler, CMake, GoogleTest
+  host      the library for tests of firmware on this machine, and its tests
   coverage  what counts the lines that the host tests run
   mutants   what changes the module, and sees who notices
   fuzz      the compiler of the fuzzers
@@ -47,6 +48,10 @@ for group in "$@"; do
 	unit)
 		packages+=(make cmake g++ g++-12-multilib libc6-dev-i386
 			googletest libfmt-dev)
+		;;
+	host)
+		packages+=(make cmake gcc g++ g++-12-multilib libc6-dev-i386
+			binutils libgtest-dev pkgconf)
 		;;
 	coverage)
 		packages+=(gcovr python3)

@@ -69,19 +69,23 @@ sum_up()
 		"$passed" "$failed" "$seconds")$'\n'
 }
 
-rm -f "$ZORVA_BUILD"/{lint,kit,unit,target}.status
+rm -f "$ZORVA_BUILD"/{lint,kit,unit,host,target}.status
 run lint tests/lint.sh
 run kit tests/kit/messages.sh
 
 # The board keeps one processor busy, so the unit tests are compiled and run
 # meanwhile; what they print comes when both are done.
 say "== unit: in the background"
-run unit tests/unit/run.sh >"$ZORVA_BUILD/unit.out" 2>&1 &
+{
+	run unit tests/unit/run.sh
+	say "== host"
+	run host tests/host/run.sh
+} >"$ZORVA_BUILD/unit.out" 2>&1 &
 run target target/board.sh test
 wait
 cat "$ZORVA_BUILD/unit.out"
 
-for name in lint kit unit target; do
+for name in lint kit unit host target; do
 	sum_up "$name"
 done
 say "== all"

@@ -27,10 +27,13 @@ std::map<pid_t, task_struct *> tasks; /* all that are referred to */
 std::map<pid_t, long> exit_codes;
 pid_t last_pid = fake::main_pid - 1;
 
+constexpr s64 near = 100000000; /* nanoseconds */
+
 /* The order of tasks; without a period the first who is ready goes on. */
 u64 chance;
 u32 period; /* of chances to give way, on average */
 bool in_kernel_calls;
+bool time_passes;
 u64 preemptions;
 
 /* The main task is made anew; it is the one that runs this. */
@@ -243,16 +246,26 @@ void set_order(u64 seed, u32 mean_period, bool also_in_kernel_calls)
 	chance = seed;
 	period = mean_period;
 	in_kernel_calls = also_in_kernel_calls;
+	time_passes = false;
 	preemptions = 0;
+}
+
+void let_time_pass(bool may_pass)
+{
+	time_passes = may_pass;
 }
 
 /* Whatever the task is about to wait for, it has not given way itself. */
 void may_switch(switch_point where)
 {
-	if (!period || ready.empty() ||
+	if (!period ||
 	    (where == switch_point::kernel_call && !in_kernel_calls) ||
-	    !owner || !owner->on_cpu || !current_context_may_sleep() ||
-	    next_chance() % period)
+	    !owner || !owner->on_cpu || !current_context_may_sleep())
+		return;
+	if (time_passes && where == switch_point::firmware_call &&
+	    !(next_chance() % (4 * period)))
+		run_event_within(near);
+	if (ready.empty() || next_chance() % period)
 		return;
 
 	task_struct *const self = owner;

@@ -122,6 +122,11 @@ firmware_call current_call();
  * one that has been ready for longest goes on, and only when another blocks.
  */
 void set_order(u64 seed, u32 mean_period, bool also_in_kernel_calls);
+/*
+ * Lets time pass as well at places of the order, now and then, up to an expiry
+ * or the end of a sleep that is not far: as if the one that runs were slow.
+ */
+void let_time_pass(bool may_pass);
 enum class switch_point {
 	firmware_call,
 	kernel_call
@@ -155,6 +160,8 @@ bool cancel_event(const void *owner);
 bool has_event(const void *owner);
 /* Lets happen what is due, unless interrupts are off. */
 void run_due_events();
+/* Moves on to what happens next, if that is within so many nanoseconds. */
+void run_event_within(s64 nsecs);
 /* Moves on to what happens next. False when nothing ever will. */
 bool run_next_event();
 /* The time of the tick at which the count of ticks will have that value. */

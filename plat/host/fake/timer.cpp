@@ -180,6 +180,14 @@ void run_due_events()
 	}
 }
 
+void run_event_within(s64 nsecs)
+{
+	const auto next = next_event();
+
+	if (next != events.end() && next->second.when - now() <= nsecs)
+		run(next);
+}
+
 bool run_next_event()
 {
 	const auto next = next_event();

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: GPL-2.0
+/* The link monitor on the developer's machine, with GoogleTest. */
+#include "link.h"
+
+#include <gtest/gtest.h>
+
+#include <zorva/host_gtest.h>
+
+namespace
+{
+
+u32 chip;
+
+u32 read_chip()
+{
+	return chip;
+}
+
+/* The threads have said that they end; they still have to. */
+void stop()
+{
+	link_stop();
+	zorva_host_settle();
+}
+
+} // namespace
+
+TEST(Link, CountsThePortsThatAreUp)
+{
+	zorva::host::run([] {
+		chip = 1 << 4 | 1 << 6;
+		ASSERT_EQ(link_start(read_chip), 0);
+		zorva_host_sleep(200000);
+
+		EXPECT_EQ(link_ports_up(), 2u);
+
+		stop();
+	});
+}
+
+TEST(Link, CountsEachLossOnceInEveryOrder)
+{
+	zorva::host::explore(500, [] {
+		chip = 1;
+		ASSERT_EQ(link_start(read_chip), 0);
+		zorva_host_sleep(100000);
+		chip = 0;
+		zorva_host_sleep(200000);
+
+		EXPECT_EQ(link_losses(1), 1u);
+
+		stop();
+	});
+}
+
+TEST(Link, BearsTheLackOfMemory)
+{
+	zorva::host::sweep([] {
+		if (!link_start(read_chip))
+			stop();
+	});
+}

@@ -1,0 +1,162 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Builds the host's library, installs it under build/host, and tests it from
+# there alone: its rules, the module in many orders of threads, the example,
+# and the example with planted faults, each of which has to be found.
+set -euo pipefail
+
+usage()
+{
+	cat <<END
+usage: run.sh [COUNTS]
+
+  COUNTS  a file for "PASSED FAILED", the numbers of tests
+END
+}
+
+case ${1-} in
+-*)
+	usage
+	[ "$1" = -h ] || [ "$1" = --help ] || exit 2
+	exit
+	;;
+esac
+counts=${1:+$(realpath -m "$1")}
+root=$(cd "$(dirname "$0")/../.." && pwd)
+build=$root/build/host
+installed=$build/installed
+log=$build/run.log
+passed=0
+failed=0
+
+# A build started from make must not join that make's job server.
+unset MAKEFLAGS MFLAGS MAKELEVEL MAKEOVERRIDES
+
+mkdir -p "$build"
+exec 9>"$build/.lock"
+flock -n 9 || {
+	echo "host: waiting: another run uses $build"
+	flock 9
+}
+
+# check NAME COMMAND...
+check()
+{
+	local name=$1 start=$SECONDS
+	shift
+
+	if "$@" >"$log" 2>&1; then
+		echo "host: $name: ok ($((SECONDS - start)) s)"
+		passed=$((passed + 1))
+	else
+		cat "$log" >&2
+		echo "host: $name: FAILED"
+		failed=$((failed + 1))
+	fi
+}
+
+# from_installed SOURCE NAME [OPTION...]: builds a directory of tests and runs
+# them
+from_installed()
+{
+	local source=$1 name=$2
+	shift 2
+
+	cmake -S "$source" -B "$build/$name" -DCMAKE_PREFIX_PATH="$installed" \
+		"$@" &&
+		cmake --build "$build/$name" --parallel "$(nproc)" &&
+		ctest --test-dir "$build/$name" --output-on-failure \
+			--no-tests=error
+}
+
+# by_pkg_config WIDTH: the plain C test, without CMake
+by_pkg_config()
+{
+	local width=$1 flags
+
+	flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$installed" \
+		-name zorva-host.pc)") pkg-config --define-variable=width="$width" \
+		--cflags --libs zorva-host)
+	# shellcheck disable=SC2086
+	gcc -g -m"$width" "$root"/examples/host/link.c \
+		"$root"/examples/host/link_c_test.c $flags \
+		-o "$build/link_$width" && "$build/link_$width"
+}
+
+# The program that the page shows: what is indented, from its first #include on.
+listing()
+{
+	local flags
+
+	awk '/^## /{ on = 0 } /^## A first test/{ on = 1 }
+		on && /^    #include/{ code = 1 }
+		code && /^[^ ]/{ exit }
+		code{ print substr($0, 5) }' "$root/docs/host.md" \
+		>"$build/listing.c"
+	flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$installed" \
+		-name zorva-host.pc)") pkg-config --cflags --libs zorva-host)
+	# shellcheck disable=SC2086
+	gcc -g -Wall "$build/listing.c" $flags -o "$build/listing" &&
+		"$build/listing" | grep -x passed
+}
+
+# planted NAME TEXT SED...: the example with a fault in a copy of it; the plain
+# C test has to fail and to tell that text
+planted()
+{
+	local name=$1 text=$2 status=0
+	shift 2
+
+	rm -rf "$build/planted/$name"
+	mkdir -p "$build/planted"
+	cp -r "$root/examples/host" "$build/planted/$name"
+	sed -i "$@" "$build/planted/$name/link.c"
+	! cmp -s "$root/examples/host/link.c" "$build/planted/$name/link.c" || {
+		echo "nothing was planted"
+		return 1
+	}
+	from_installed "$build/planted/$name" "planted_$name" \
+		-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON >"$log.planted" 2>&1 ||
+		status=$?
+	cat "$log.planted"
+	[ "$status" -ne 0 ] && grep -Eq "$text" "$log.planted"
+}
+
+start=$SECONDS
+{
+	cmake -S "$root/plat/host" -B "$build" \
+		-DCMAKE_INSTALL_PREFIX="$installed" &&
+		cmake --build "$build" --parallel "$(nproc)" &&
+		rm -rf "$installed" && cmake --install "$build"
+} >"$log" 2>&1 || {
+	cat "$log" >&2
+	echo "host: cannot be built" >&2
+	exit 1
+}
+grep -A3 'warning:' "$log" >&2 || true
+echo "host: library built ($((SECONDS - start)) s)"
+
+check "rules and orders" from_installed "$root/tests/host" tests
+check "example" from_installed "$root/examples/host" example
+check "example without CMake" by_pkg_config 64
+if [ -n "$(find "$installed" -path '*/32/libzorva_host.a')" ]; then
+	check "example as 32-bit code" by_pkg_config 32
+fi
+check "listing of docs/host.md" listing
+check "planted deadlock" planted deadlock \
+	"seed [0-9]+ of .*deadlock: threads wait for each other" \
+	'/^	count = losses/i\	zorva_mutex_take(OWNER, links_lock);\n	zorva_mutex_give(OWNER, links_lock);'
+check "planted leak" planted leak \
+	"left: what was made by zorva_malloc at link.c:[0-9]+" \
+	'/zorva_free(OWNER, losses);/d'
+check "planted lost wake-up" planted wakeup \
+	"lost wake-up: .*" \
+	'/zorva_event_set(OWNER, changes, nothing);/d'
+check "planted sleep in an interrupt" planted context \
+	"link.c:[0-9]+: zorva_mutex_take: may sleep, and is called in an interrupt" \
+	'/zorva_wake_up(OWNER, wait);/i\	zorva_mutex_take(OWNER, links_lock);'
+
+[ -z "$counts" ] || echo "$passed $failed" >"$counts"
+echo "host: $passed passed, $failed failed ($((SECONDS - start)) s)"
+[ "$failed" -eq 0 ]
