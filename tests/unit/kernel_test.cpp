@@ -2,8 +2,10 @@
 /* The fixtures, the recorder of reports, and the program's entry. */
 #include "kernel_test.h"
 #include "each.h"
+#include "fake/scheduler.h"
 
 #include <stdarg.h>
+#include <stdlib.h>
 #include <string.h>
 
 namespace
@@ -17,6 +19,20 @@ std::string as_text(const report &each)
 {
 	return std::to_string(each.level) + " " + each.file + " " + each.func +
 	       ": " + each.text;
+}
+
+/*
+ * Lets the tasks of a test run in another order: ZORVA_SEED in the environment
+ * is its seed. With odd ones a task may also have to give way between any two
+ * calls into the kernel.
+ */
+void choose_order()
+{
+	const char *const text = getenv("ZORVA_SEED");
+	const u64 seed = text ? strtoull(text, nullptr, 0) : 0;
+
+	if (seed)
+		fake::set_order(seed, 1u << seed / 2 % 5, seed % 2);
 }
 
 } // namespace
@@ -94,6 +110,7 @@ void KernelTest::SetUp()
 		<< "the module is loaded once in a process: run the tests "
 		   "through ctest, or name one with --gtest_filter";
 	used = true;
+	choose_order();
 }
 
 void KernelTest::TearDown()
