@@ -162,16 +162,12 @@ class Source:
             i += 1
 
     def head_name(self, head, end):
-        """The name before the parameters, attributes left out."""
-        i = head
-        while i < end:
-            if self.tokens[i].text == "[[":
-                i = self.partner[i]
-            elif self.tokens[i].text == "(":
-                if self.tokens[i - 1].text != "__attribute__":
-                    return self.tokens[i - 1].text
-                i = self.partner[i]
-            i += 1
+        """The name before the parameters, which the body follows."""
+        for i in range(head + 1, end):
+            if self.tokens[i].text == "(" and \
+                    self.tokens[self.partner[i] + 1].text in ("{", ":",
+                                                              "const"):
+                return self.tokens[i - 1].text
         return "-"
 
     def number_of(self, offset):
@@ -446,7 +442,7 @@ class Source:
         if self.tokens[first].text == "return":
             if first + 1 == end:
                 self.add("statement", start, self.tokens[end].start, "")
-            if "zorva_util.h" in self.text and "\n" not in whole:
+            if "ZORVA_CHECK(" in self.text and "\n" not in whole:
                 self.add("report", start, self.tokens[end].end,
                          f'{{ ZORVA_ERROR("planted"); {whole} }}')
         elif not DECLARATION.match(whole) and \

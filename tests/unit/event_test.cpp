@@ -612,3 +612,36 @@ TEST_F(EventWait, FailsAfterTheReportOfASignalThatIsNotThere)
 	event->signal = signal;
 	destroy(event);
 }
+
+TEST_F(EventWait, EndsAThreadInTheNameOfItsCaller)
+{
+	zorva_event *const event = create();
+	set(event, 1);
+
+	EXPECT_EQ(ends_in_the_name_of(
+			  [&] {
+				  u32 bits[2];
+
+				  zorva_event_wait(other, event, bits, 0);
+			  },
+			  "down_trylock", &event->signal->semaphore),
+		  texts{ "VLAN, zorva_thread.cpp" });
+
+	destroy(event);
+}
+
+TEST_F(EventSet, EndsAThreadInTheNameOfItsCaller)
+{
+	zorva_event *const event = create();
+
+	EXPECT_EQ(ends_in_the_name_of(
+			  [&] {
+				  const u32 bits[2] = { 1, 0 };
+
+				  zorva_event_set(other, event, bits);
+			  },
+			  "mutex_unlock", &event->lock->mutex),
+		  texts{ "VLAN, zorva_thread.cpp" });
+
+	destroy(event);
+}

@@ -6,6 +6,7 @@
 #include "service_fixture.h"
 #include "zorva/mutex.h"
 #include "zorva/sem.h"
+#include "zorva/thread.h"
 
 class LockTest : public ServiceTest {
 protected:
@@ -122,6 +123,43 @@ protected:
 			if (made.object == lock && made.text == "down")
 				log = fake::log_text();
 		});
+	}
+
+	/*
+	 * In whose name a tracked thread of the owner's ends, as torn_frees()
+	 * tells it, that is told to end while it makes a call: as it calls the
+	 * kernel for a lock.
+	 */
+	texts ends_in_the_name_of(const std::function<void()> &call,
+				  const std::string &at, const void *lock)
+	{
+		static std::function<void()> body;
+		bool ended = true;
+		body = [&] {
+			call();
+			ended = false;
+		};
+		fake::on_call([&](const fake::call &made) {
+			if (made.text == at && made.object == lock)
+				fake::send_signal(made.by, SIGKILL);
+		});
+		fake::before_spin_unlock([](const void *held) {
+			if (held == &_zorvaThreadLock)
+				tear(_pZorvaMallocMemList + 1);
+		});
+		new_reports();
+
+		const auto run_body = [](void *) {
+			body();
+		};
+		zorva_thread_create_track(owner, "victim", 0, 0, run_body,
+					  nullptr, "caller.c", 7);
+		fake::run_others();
+
+		fake::on_call(nullptr);
+		fake::before_spin_unlock(nullptr);
+		EXPECT_TRUE(ended);
+		return torn_frees();
 	}
 
 	/* Runs a function in a task of its own, until it blocks or ends. */

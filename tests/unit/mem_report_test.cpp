@@ -469,12 +469,16 @@ TEST_F(DetailedReport, CopiesUnderTheLockAndPrintsWithoutIt)
 {
 	char *const block = allocate(10);
 	const size_t readings = fake::coarse_readings().size();
-	const size_t locked = fake::spin_locks_taken();
+	std::vector<const void *> taken;
+	fake::after_spin_lock([&](const void *lock) {
+		taken.push_back(lock);
+	});
 
 	fake::read_report("zorva/zorva.mem.detail");
 
+	fake::after_spin_lock(nullptr);
 	/* Once to count the blocks, and once to copy them. */
-	EXPECT_EQ(fake::spin_locks_taken(), locked + 2);
+	EXPECT_EQ(taken, std::vector<const void *>(2, &_mallocMemLck));
 	ASSERT_EQ(fake::coarse_readings().size(), readings + 1);
 	EXPECT_TRUE(fake::coarse_readings().back().holds(&_mallocMemLck));
 	EXPECT_EQ(fake::seq_prints().size(), 12u);

@@ -673,3 +673,47 @@ TEST_F(MessageQueue, CarriesAllMessagesBetweenTwoTasks)
 	EXPECT_EQ(queue->ring.maxSeen, 3);
 	destroy(queue);
 }
+
+/* A thread that is told to end. */
+
+TEST_F(MessageQueue, EndsASenderInTheNameOfItsCaller)
+{
+	zorva_msg_queue *const queue = create();
+	const texts callers = { "VLAN, zorva_thread.cpp" };
+	const auto send_one = [&] {
+		zorva_msg_queue_send_track(other, queue, "m", 1, 0, "caller.c",
+					   7);
+	};
+
+	EXPECT_EQ(ends_in_the_name_of(send_one, "down_trylock",
+				      &queue->txSem->semaphore),
+		  callers);
+	EXPECT_EQ(ends_in_the_name_of(send_one, "mutex_unlock",
+				      &queue->lock->mutex),
+		  callers);
+
+	destroy(queue);
+}
+
+TEST_F(MessageQueue, EndsAReceiverInTheNameOfItsCaller)
+{
+	zorva_msg_queue *const queue = create();
+	const texts callers = { "VLAN, zorva_thread.cpp" };
+	const auto receive_one = [&] {
+		char buffer[8];
+
+		zorva_msg_queue_receive_track(other, queue, buffer, 8, 0,
+					      "caller.c", 7);
+	};
+	send(queue, "m");
+	send(queue, "n");
+
+	EXPECT_EQ(ends_in_the_name_of(receive_one, "down_trylock",
+				      &queue->rxSem->semaphore),
+		  callers);
+	EXPECT_EQ(ends_in_the_name_of(receive_one, "mutex_unlock",
+				      &queue->lock->mutex),
+		  callers);
+
+	destroy(queue);
+}

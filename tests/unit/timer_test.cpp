@@ -221,6 +221,29 @@ TYPED_TEST(Timer, LosesItsIdWhenItCannotBeListed)
 	EXPECT_EQ(this->listed().size(), 2u);
 }
 
+/* In whose name a block is freed shows when its guard is torn. */
+TYPED_TEST(Timer, IsFreedInTheNameOfThisModuleWhenItCannotBeMade)
+{
+	USING_FIXTURE;
+	this->make();
+	on_report([](const report &) {
+		tear_all();
+	});
+	u32 id = 4711;
+
+	fake::fail_allocation(2);
+	EXPECT_EQ(KIND::init(owner, &id, note_expiry, 0, "caller.c", 7),
+		  failed);
+	EXPECT_EQ(this->torn_frees(), texts(KIND::keeps_empty_node ? 0 : 1,
+					    "ZORVA, zorva_timer.cpp"));
+
+	KIND::list()->magic = 0;
+	EXPECT_EQ(KIND::init(owner, &id, note_expiry, 0, "caller.c", 7),
+		  bad_value);
+	KIND::list()->magic = 0xDEADBEEF;
+	EXPECT_EQ(this->torn_frees(), texts(2, "ZORVA, zorva_timer.cpp"));
+}
+
 TYPED_TEST(Timer, ReportsItsCreationUnderTheTimerLockAndItsRefreshWithoutIt)
 {
 	USING_FIXTURE;
