@@ -67,8 +67,7 @@ void print_available(const model &now)
 void print_more(size_t shown, size_t all)
 {
 	if (shown < all)
-		print(fmt::format("... and {}\n",
-				  count_text(all - shown, "more")));
+		print(fmt::format("... and {} more\n", all - shown));
 }
 
 json json_kernel(const model &now)

@@ -146,6 +146,9 @@ int run(const common_options &common)
 
 	for (const damage &one : found)
 		print_damage(from, one);
+	if (!found.empty() &&
+	    of.components.size() < from.last().memory.components.size())
+		print("The filter of zorva.mem.detail was set: blocks of other components may lie between.\n\n");
 	for (const mismatch &one : differing)
 		print(styled(style::bad,
 			     fmt::format("{}: {} counted, {} listed",
@@ -161,7 +164,7 @@ int run(const common_options &common)
 				    count_text(of.blocks.size(), "block"))
 		      : fmt::format("{} of {} damaged.\n", of.torn.size(),
 				    count_text(of.blocks.size() + of.torn.size(),
-					       "block is", "blocks are")));
+					       "block")));
 	return status;
 }
 

@@ -3,6 +3,7 @@
 #include "parse.h"
 #include "scan.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace zorva
@@ -110,15 +111,10 @@ public:
 				 fmt::format("{} is cut off here: its last line is missing",
 					     report_name(kind_)));
 		}
-		if (!may_replace(place, state))
-			return;
-		if (!state.whole) {
-			/* Several parts may be of several objects. */
-			for (const lock &old : place.locks)
-				if (!has(old))
-					report_.locks.push_back(old);
-		}
-		place = std::move(report_);
+		if (state.whole)
+			place = std::move(report_);
+		else
+			merge(place);
 	}
 
 private:
@@ -136,13 +132,34 @@ private:
 		}
 	}
 
-	bool has(const lock &old) const
+	/* Parts of a report are newer than what was read before. */
+	void merge(lock_report &into)
 	{
-		for (const lock &one : report_.locks)
-			if (one.name == old.name &&
-			    one.component_id == old.component_id)
-				return true;
-		return false;
+		constexpr unsigned needed = has_name | has_component |
+					    has_status;
+
+		for (size_t i = 0; i < fields_.size(); ++i) {
+			lock &one = report_.locks[i];
+			const auto old = std::
+				find_if(into.locks.begin(), into.locks.end(),
+					[&](const lock &its) {
+						return its.name == one.name &&
+						       its.component_id ==
+							       one.component_id;
+					});
+
+			if ((fields_[i] & needed) != needed)
+				continue;
+			if (old == into.locks.end()) {
+				into.locks.push_back(std::move(one));
+				continue;
+			}
+			if (!one.index)
+				one.index = old->index;
+			*old = std::move(one);
+		}
+		if (!into.state.present)
+			into.state = report_.state;
 	}
 
 	/* The object that a field belongs to: a field comes once in each. */

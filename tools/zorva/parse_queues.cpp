@@ -3,6 +3,7 @@
 #include "parse.h"
 #include "scan.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace zorva
@@ -56,26 +57,37 @@ public:
 				said.add(severity::error, report_.queues[i].at,
 					 fmt::format("lines of queue '{}' are missing",
 						     report_.queues[i].name));
-		if (!may_replace(into.queues, state))
-			return;
 		if (!state.whole) {
-			/* Several parts may be of several queues. */
-			for (const queue &old : into.queues.queues)
-				if (!has(old))
-					report_.queues.push_back(old);
+			merge(into.queues, state);
+			return;
 		}
 		into.queues = std::move(report_);
 		into.queues.state = state;
 	}
 
 private:
-	bool has(const queue &old) const
+	/* Parts of a report are newer than what was read before. */
+	void merge(queue_report &into, const report_state &state)
 	{
-		for (const queue &one : report_.queues)
-			if (one.name == old.name &&
-			    one.component_id == old.component_id)
-				return true;
-		return false;
+		for (size_t i = 0; i < fields_.size(); ++i) {
+			queue &one = report_.queues[i];
+			const auto old = std::
+				find_if(into.queues.begin(), into.queues.end(),
+					[&](const queue &its) {
+						return its.name == one.name &&
+						       its.component_id ==
+							       one.component_id;
+					});
+
+			if (fields_[i] != has_all)
+				continue;
+			if (old == into.queues.end())
+				into.queues.push_back(std::move(one));
+			else
+				*old = std::move(one);
+		}
+		if (!into.state.present)
+			into.state = state;
 	}
 
 	/* The queue that a field belongs to: a field comes once in each. */

@@ -3,6 +3,7 @@
 #include "parse.h"
 #include "scan.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace zorva
@@ -18,6 +19,9 @@ enum field : unsigned {
 	has_priority = 16,
 	has_all = 31,
 };
+
+/* Without these it is not worth keeping. */
+constexpr unsigned needed = has_name | has_pid | has_state;
 
 class thread_parser final : public report_parser {
 public:
@@ -48,25 +52,39 @@ public:
 		    notes &said) override
 	{
 		check(state.whole ? &said : nullptr);
-		if (!may_replace(into.threads, state))
-			return;
 		if (!state.whole) {
-			/* Several parts may be of several threads. */
-			for (const thread &old : into.threads.threads)
-				if (!has(old))
-					report_.threads.push_back(old);
+			merge(into.threads, state);
+			return;
 		}
 		into.threads = std::move(report_);
 		into.threads.state = state;
 	}
 
 private:
-	bool has(const thread &old) const
+	/* Parts of a report are newer than what was read before. */
+	void merge(thread_report &into, const report_state &state)
 	{
-		for (const thread &one : report_.threads)
-			if (one.pid == old.pid && one.name == old.name)
-				return true;
-		return false;
+		for (thread &one : report_.threads) {
+			const auto old =
+				std::find_if(into.threads.begin(),
+					     into.threads.end(),
+					     [&](const thread &its) {
+						     return its.pid ==
+								    one.pid &&
+							    its.name ==
+								    one.name;
+					     });
+
+			if (old == into.threads.end()) {
+				into.threads.push_back(std::move(one));
+				continue;
+			}
+			if (one.component.empty())
+				one.component = old->component;
+			*old = std::move(one);
+		}
+		if (!into.state.present)
+			into.state = state;
 	}
 
 	/* The thread that a field belongs to: a field comes once in each. */
@@ -92,7 +110,8 @@ private:
 		return taken::yes;
 	}
 
-	/* Lines may have been lost; a thread without a PID is of no use. */
+	/* Lines may have been lost; a thread without a name or a PID is of no
+	 * use. */
 	void check(notes *said)
 	{
 		std::vector<thread> whole;
@@ -104,7 +123,7 @@ private:
 				said->add(severity::error, one.at,
 					  fmt::format("lines of thread '{}' are missing",
 						      one.name));
-			if (fields_[i] & (has_name | has_pid))
+			if ((fields_[i] & needed) == needed)
 				whole.push_back(std::move(one));
 		}
 		report_.threads = std::move(whole);

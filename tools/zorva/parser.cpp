@@ -185,6 +185,7 @@ private:
 	void begin_section(std::string_view path, place at);
 	void begin_report(report_kind kind, bool whole, place at);
 	void end_report(bool at_end = false);
+	void take_from_before(report_kind kind);
 	void settle_half();
 	void unreadable(std::string_view text, place at);
 	void cut_line(std::string_view text, place at);
@@ -261,8 +262,33 @@ void text_parser::end_report(bool at_end)
 		return;
 	if (at_end && parser_->lacks_lines())
 		state_.cut = true;
+	if (!state_.whole)
+		take_from_before(kind_);
 	parser_->finish(moment(), state_, said_);
 	parser_ = nullptr;
+}
+
+/* A part of a report adds to what an earlier moment knows of the rest. */
+void text_parser::take_from_before(report_kind kind)
+{
+	model &now = moment();
+
+	if (state_of(now, kind).present)
+		return;
+	for (size_t i = into_.moments.size() - 1; i-- > 0;) {
+		const model &before = into_.moments[i];
+
+		if (!state_of(before, kind).present)
+			continue;
+		if (kind == report_kind::thread)
+			now.threads = before.threads;
+		else if (kind == report_kind::msgq)
+			now.queues = before.queues;
+		else if (kind <= report_kind::sem_detail)
+			now.locks[static_cast<size_t>(kind)] =
+				before.locks[static_cast<size_t>(kind)];
+		return;
+	}
 }
 
 /* What was interrupted, and did not go on. */

@@ -299,7 +299,7 @@ TEST(Parser, TellsTheTimersApartByWhatWasTyped)
 	EXPECT_EQ(from.last().timers.timers[0].component, "PORT");
 }
 
-TEST(Parser, PrefersAWholeReportToAPartThatCameLater)
+TEST(Parser, IgnoresNamesThatWerePickedOutOfAReport)
 {
 	const reading from =
 		read_text("log",
@@ -310,6 +310,28 @@ TEST(Parser, PrefersAWholeReportToAPartThatCameLater)
 
 	ASSERT_EQ(from.last().locks[0].locks.size(), 1u);
 	EXPECT_EQ(from.last().locks[0].locks[0].name, "fdb");
+}
+
+TEST(Parser, BringsAWholeReportUpToDateWithAPartThatCameLater)
+{
+	const std::string queue = "Queue Name   : q\n"
+				  "Component ID : 17 (FDB)\n"
+				  "Msg Size     : 16 bytes\n"
+				  "Max Depth    : 8\n"
+				  "Curr Depth   : 0\n"
+				  "Max Seen     : 1\n\n";
+	const reading from =
+		read_text("log",
+			  "# cat /proc/zorva/zorva.msgq\n" + queue +
+				  replaced(queue, ": q\n", ": other\n") +
+				  "# sed -n '/: q$/,/^$/p' /proc/zorva/zorva.msgq\n" +
+				  replaced(queue, "Curr Depth   : 0",
+					   "Curr Depth   : 8"));
+
+	ASSERT_EQ(from.last().queues.queues.size(), 2u);
+	EXPECT_EQ(from.last().queues.queues[0].depth, 8);
+	EXPECT_EQ(from.last().queues.queues[1].depth, 0);
+	EXPECT_TRUE(from.last().queues.state.whole);
 }
 
 TEST(Parser, UsesAPartWhenThereIsNothingBetter)
