@@ -76,13 +76,13 @@ done
 
 for section in $($objdump -h "$object" | awk '$1 ~ /^[0-9]+$/ { print $2 }'); do
 	case $section in
-	.init_array* | .ctors*)
+	.init_array* | .ctors* | .fini_array* | .dtors*)
 		if [ "$constructors" != y ]; then
 			refuse "has the section $section: an object is set" \
 				"up at run time, which nobody does"
 		fi
 		;;
-	.fini_array* | .dtors* | .preinit_array* | .eh_frame* | \
+	.preinit_array* | .eh_frame* | \
 		.gcc_except_table* | .tbss* | .tdata*)
 		refuse "has the section $section"
 		;;
