@@ -650,7 +650,7 @@ memory_overrun()
 	put VLAN $reports/zorva.mem.detail
 	show cat $reports/zorva.mem.detail
 	expect "the torn block" '^<memory corruption 0x[0-9a-f]+ invalid end 0x[0-9a-f]{8} \(expected 0xbbbbbbbb\) \(fw_fault\.c, [0-9]+\)>$'
-	expect "the sound blocks" ' - 16 bytes \(fw_vlan\.c, [0-9]+\)$'
+	expect "the sound blocks" ' - (16|32) bytes \(fw_vlan\.c, [0-9]+\)$'
 
 	say "The free notices, says so, and frees the block all the same:"
 	put release $fault/fault

@@ -3,6 +3,10 @@
 #ifndef FW_BOARD_H
 #define FW_BOARD_H
 
+/* Where later kernels have mac_pton(). */
+#if __has_include(<linux/hex.h>)
+#include <linux/hex.h>
+#endif
 #include <linux/if_ether.h>
 #include <linux/types.h>
 

@@ -125,7 +125,7 @@ fi
 # Suites are wanted, which kernels of 6.1 and later ask about.
 words="panic=-1 quiet kunit.enable=1"
 if [ "$arch" = um ]; then
-	machine=("$kernel" "mem=${memory:-256}M" "initrd=$initrd" con=null)
+	machine=("$kernel" "mem=${memory:-256}M" "initrd=$initrd")
 	# A restart would start the same again.
 	words="END=poweroff $words"
 else

@@ -167,7 +167,7 @@ line ~ /^scenario: exit status / {
 }
 
 tolower(line) ~ /bug:|bug at|oops|kernel panic|call trace:.*bug|unaligned|unable to handle|info: task|info: rcu|list_(add|del) corruption|slab.*(corrupt|overwritten)|use-after-free|refcount_t|scheduling while atomic|sleeping function called|page allocation failure|soft lockup|segfault|warning: possible/ \
-&& line !~ /^    / && line !~ /access_was_unaligned/ {
+&& line !~ /^(    |# )/ && line !~ /access_was_unaligned/ {
 	complain(line)
 }
 

@@ -62,8 +62,8 @@ static void expect_nanoseconds(struct kunit *test, u32 msecs, u64 nsecs)
 	before = ktime_get_ns();
 	result = start(timer, msecs);
 	after = ktime_get_ns();
-	expiry = hrtimer_get_expires_tv64(&record->timer);
-	soft = hrtimer_get_softexpires_tv64(&record->timer);
+	expiry = hrtimer_get_expires(&record->timer);
+	soft = hrtimer_get_softexpires(&record->timer);
 	local_irq_restore(flags);
 
 	KUNIT_EXPECT_EQ(test, result, ZORVA_RC_OK);

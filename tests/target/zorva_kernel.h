@@ -20,6 +20,9 @@
 #include <linux/timer.h>
 #include <linux/uaccess.h>
 #include <linux/version.h>
+#if __has_include(<linux/hrtimer_bases.h>)
+#include <linux/hrtimer_bases.h>
+#endif
 
 #define ZT_SINCE(major, minor)                                                 \
 	(LINUX_VERSION_CODE >= KERNEL_VERSION(major, minor, 0))
@@ -87,10 +90,21 @@ static inline bool zt_group_exits(const struct signal_struct *signal)
 #endif
 }
 
+/*
+ * 5.18: signals to a group that exits are dropped. zorva takes the mark away
+ * with the signals, so that a second kill is seen, and then it is fatal again.
+ */
+#define ZT_SECOND_KILL_IS_FATAL ZT_SINCE(5, 18)
+
 /* 6.2: del_timer() and its kin have other names. */
 #if !ZT_SINCE(6, 2)
 #define timer_delete del_timer
 #define timer_delete_sync del_timer_sync
+#endif
+
+/* 6.16: one more of them. */
+#if !ZT_SINCE(6, 16)
+#define timer_destroy_on_stack destroy_timer_on_stack
 #endif
 
 /* 6.13: a timer gets its function where it is initialised. */

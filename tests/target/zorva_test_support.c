@@ -356,7 +356,7 @@ static void run_in_timer(void (*fn)(void *arg), void *arg)
 	mod_timer(&errand.timer, jiffies + 1);
 	wait_for_completion(&errand.done);
 	timer_delete_sync(&errand.timer);
-	destroy_timer_on_stack(&errand.timer);
+	timer_destroy_on_stack(&errand.timer);
 }
 
 static void tasklet_runs(struct tasklet_struct *tasklet)

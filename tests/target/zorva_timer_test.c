@@ -111,7 +111,7 @@ static void a_timer_expires_with_the_kernels_own(struct kunit *test)
 		add_timer(&witness.timer);
 		local_irq_restore(flags);
 		ZT_WAIT_FOR(test, witness.done && timer->expiries, 1000);
-		destroy_timer_on_stack(&witness.timer);
+		timer_destroy_on_stack(&witness.timer);
 
 		KUNIT_EXPECT_EQ(test, result, ZORVA_RC_OK);
 		KUNIT_EXPECT_EQ(test, timer->expiries, 1u);

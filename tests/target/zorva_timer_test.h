@@ -108,7 +108,7 @@ static inline u64 zt_tick_expiry(const void *record)
 
 static inline u64 zt_hrt_expiry(const void *record)
 {
-	return hrtimer_get_expires_tv64(
+	return hrtimer_get_expires(
 		&((const struct zt_hrt_record *)record)->timer);
 }
 

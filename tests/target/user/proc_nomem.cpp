@@ -97,8 +97,10 @@ TEST(an_open_without_memory_fails_at_every_step)
 	const unsigned int plain = allocations_to_open("/proc/version");
 
 	EXPECT(plain >= 3);
+	/* Seen on 6.12 and not on 5.10: a report's open takes one more. */
 	for (const std::string &entry : entries)
-		EXPECT_EQ(allocations_to_open(path_of(entry)), plain + 1);
+		EXPECT_EQ(allocations_to_open(path_of(entry)),
+			  plain + (kernel_since(6, 0) ? 2 : 1));
 }
 
 TEST(an_open_that_failed_leaves_nothing_behind)

@@ -4,7 +4,9 @@
 #define ZORVA_TESTS_REPORTS_H
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -25,6 +27,17 @@ inline const std::vector<std::string> entries = {
 
 /* The ordinary user of the board. */
 constexpr uid_t operator_id = 1000;
+
+/* Whether the kernel is of that version, or a later one. */
+inline bool kernel_since(int major, int minor)
+{
+	int ours = 0, below = 0;
+	utsname name;
+
+	uname(&name);
+	sscanf(name.release, "%d.%d", &ours, &below);
+	return ours > major || (ours == major && below >= minor);
+}
 
 inline std::string path_of(const std::string &entry)
 {
