@@ -13,6 +13,8 @@
 # SCENARIO=F           a shell script for the board to run
 # FILES='F=/PATH...'   more files for the board
 # SHARE=DIR            a folder of this machine that the board has at /mnt
+# KERNELS="5.10 6.12"  of test-kernels: only these lines (6.1 newest packaged)
+# ARCHES="mips um"     of test-kernels: only these (arm64 x86_64)
 # BOARD_TIMEOUT=S      how long the board may run
 # BOARD_ARGS=...       more options of target/boot.sh
 # BOARD_ICOUNT=N       in the tests an instruction takes 2^N ns (4); empty:
@@ -110,9 +112,9 @@ kit-test: kernel ## modules of one's own on the board, and the page about them
 	@$(with_kernel) tests/kit/run.sh
 
 .PHONY: test-kernels
-test-kernels: ## target-test on the debug kernel, the stock one, and a coarse clock
-	@target/install-deps.sh target
-	@tests/target/kernels.sh
+test-kernels: ## target-test on other kernels and machines, with one table
+	@target/install-deps.sh target kernels
+	@KERNELS="$(KERNELS)" ARCHES="$(ARCHES)" tests/target/kernels.sh
 
 .PHONY: soak
 soak: kernel ## all services at once, at random, against a model

@@ -1,9 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: GPL-2.0
 #
-# The target tests on the board's other kernels, with one summary: the one
-# that watches itself, the stock one, which does not let modules choose a
-# real-time priority, and the board's own without a clock but its ticks.
+# The target tests on other kernels and machines, with one table at the end:
+# the board's own kernel as it watches itself, stock and with a coarse clock,
+# its neighbours up to the newest, and the same on other architectures.
 set -euo pipefail
 
 # shellcheck source=target/lib.sh
@@ -12,15 +12,43 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: kernels.sh
+usage: kernels.sh [--update]
 
-Environment: BOARD_TIMEOUT (seconds; 1200), BOARD_ARGS (more options for
-boot.sh), CROSS_COMPILE, ZORVA_CACHE.
+  --update  put the results of what was run into the table of docs/porting.md
+
+Environment: KERNELS (lines: 5.10 6.1 6.12 newest packaged) and ARCHES (mips um
+x86_64 arm64) choose; without them the runs of docs/porting.md are made. Then
+BOARD_TIMEOUT (seconds; 1200), BOARD_ARGS (more options for boot.sh),
+CROSS_COMPILE, ZORVA_CACHE.
 END
 }
 
+# What there is: "+" for what runs when nothing is chosen; line, architecture,
+# name, the kernel's options, the board's arguments, what runs ("test", "run":
+# the demonstration, or "soak"), and the detectors.
+matrix()
+{
+	cat <<END
++|5.10|mips|debug|--with target/kernel/debug.config|--append slub_debug=FZ|test|lockdep, DEBUG_OBJECTS, PREEMPT, slub_debug=FZ
++|5.10|mips|stock|--without-patches||test|none
++|5.10|mips|coarse||--append clocksource=jiffies|test|none; a clock of ticks only
+-|6.1|mips|board|||test|none
++|6.12|mips|board|||test|none
+-|newest|mips|board|||test|none
+-|newest|um|kasan|||test|KASAN
++|newest|um|soak|||soak|KASAN
+-|6.12|x86_64|preempt|||test|none
+-|newest|x86_64|preempt|||test|none
+-|6.12|arm64|preempt|||test|none
+-|newest|arm64|preempt|||test|none
++|packaged|x86_64|debian|||run|none; Debian's own kernel package
+END
+}
+
+update=
 case ${1-} in
 '') ;;
+--update) update=1 ;;
 -h | --help)
 	usage
 	exit
@@ -31,25 +59,70 @@ case ${1-} in
 	;;
 esac
 
+chosen=${KERNELS-}${ARCHES-}
+KERNELS=${KERNELS:-5.10 6.1 6.12 newest packaged}
+ARCHES=${ARCHES:-mips um x86_64 arm64}
+check_words()
+{
+	local name=$1 word
+	shift
+
+	for word in ${!name}; do
+		[[ " $* " == *" $word "* ]] ||
+			die "$name=${!name}: $word is none of: $*"
+	done
+}
+check_words KERNELS 5.10 6.1 6.12 newest packaged
+check_words ARCHES mips um x86_64 arm64
+
 cd "$ZORVA_ROOT"
 mkdir -p "$ZORVA_BUILD" "$ZORVA_LOGS"
+rows=$ZORVA_BUILD/kernels.rows
+: >"$rows"
 all_failed=0
-summary=
 
-# Runs the tests and keeps the logs. Its callers ask for its status, so it is
-# not ended by a command that fails.
-tests_on()
+# Prints the tree of a row, and builds it when it is missing.
+tree_of()
 {
-	local name=$1 args=$2 counts=$3 status=0 kernel log
-	shift 3
+	local line=$1 arch=$2
+	shift 2
 
-	target/kernel/build.sh "$@" || return
-	kernel=$(target/kernel/build.sh "$@" --print-dir) || return
+	if [ "$line" = packaged ]; then
+		target/kernel/packaged.sh &&
+			target/kernel/packaged.sh --print-dir
+	else
+		target/kernel/build.sh --line "$line" --arch "$arch" "$@" &&
+			target/kernel/build.sh --line "$line" --arch "$arch" \
+				"$@" --print-dir
+	fi
+}
+
+# Runs a row and keeps the logs. Its callers ask for its status, so it is not
+# ended by a command that fails.
+run_on()
+{
+	local name=$1 kernel=$2 what=$3 args=$4 counts=$5 status=0 log
+
 	build_lock
 	rm -f "$ZORVA_LOGS"/{test,run}-console.log
-	KERNEL_BUILD=$kernel BOARD_TIMEOUT=${BOARD_TIMEOUT:-1200} \
-		BOARD_ARGS="$args ${BOARD_ARGS-}" \
+	# A board that watches itself takes more instructions than there is
+	# time for by their count: it goes by the host's.
+	case $name in
+	*-debug) export BOARD_ICOUNT='' ;;
+	esac
+	export KERNEL_BUILD=$kernel BOARD_TIMEOUT=${BOARD_TIMEOUT:-1200}
+	export BOARD_ARGS="$args ${BOARD_ARGS-}"
+	if [ "$what" = test ]; then
 		target/board.sh test "$counts" || status=$?
+	elif [ "$what" = soak ]; then
+		tests/soak/run.sh 60 || status=$?
+		echo "$((status == 0)) $((status != 0))" >"$counts"
+	elif target/board.sh run >"$ZORVA_LOGS/kernels-$name.out"; then
+		echo "1 0" >"$counts"
+	else
+		status=$?
+		echo "0 1" >"$counts"
+	fi
 	for log in test run; do
 		[ ! -f "$ZORVA_LOGS/$log-console.log" ] ||
 			mv "$ZORVA_LOGS/$log-console.log" \
@@ -58,18 +131,56 @@ tests_on()
 	return "$status"
 }
 
-# on NAME BOARD-ARGS OPTION...: the tests on the kernel that build.sh makes
-# with these options
-on()
+# What the table says of a kernel, as its own configuration and compiler have
+# it: version, processors, preemption and compiler.
+facts_of()
 {
-	local name=$1 args=$2 counts=$ZORVA_BUILD/kernel-$1.counts
-	local passed=0 failed=0 status=0 start=$SECONDS
-	shift 2
+	local config=$1/.config preemption=none processors=1
 
-	say "== the $name kernel"
+	kernel_facts "$1"
+	! grep -q '^CONFIG_PREEMPT_VOLUNTARY=y' "$config" ||
+		preemption=voluntary
+	! grep -q '^CONFIG_PREEMPT=y' "$config" || preemption=full
+	! grep -q '^CONFIG_PREEMPT_LAZY=y' "$config" || preemption=lazy
+	! grep -q '^CONFIG_SMP=y' "$config" || processors=4
+	printf '%s | %s | %s | %s' "${version:-5.10}" "$processors" \
+		"$preemption" "$(sed -n \
+			's/^CONFIG_CC_VERSION_TEXT="\([^ ]*\).* \([^ ]*\)"$/\1 \2/p' \
+			"$config")"
+}
+
+skips_of()
+{
+	if [ "$2" = run ]; then
+		echo "all suites: it has no KUNIT"
+	elif [ "$2" = soak ]; then
+		echo "the suites: this is the soak, 60 seconds"
+	elif [ "$1" = mips ]; then
+		echo none
+	else
+		echo "msgq_align, check_atomics: what they look at is of MIPS"
+	fi
+}
+
+# row LINE ARCH NAME OPTIONS ARGS WHAT DETECTORS
+row()
+{
+	local line=$1 arch=$2 name=$1-$2-$3 options=$4 args=$5 what=$6
+	local detectors=$7 counts passed=0 failed=0 status=0 start=$SECONDS
+	local kernel facts="? | ? | ? | ?"
+
+	counts=$ZORVA_BUILD/kernel-$name.counts
+	say "== $name"
 	rm -f "$counts"
-	# The lock goes with the subshell.
-	(tests_on "$name" "$args" "$counts" "$@") || status=$?
+	# shellcheck disable=SC2086 # several words
+	if kernel=$(tree_of "$line" "$arch" $options); then
+		facts=$(facts_of "$kernel")
+		# The lock goes with the subshell.
+		(run_on "$name" "$kernel" "$what" "$args" "$counts") ||
+			status=$?
+	else
+		status=1
+	fi
 	[ ! -f "$counts" ] || read -r passed failed <"$counts"
 	# Tests that broke off before they were counted, or that had no kernel,
 	# have failed all the same, and so have none at all.
@@ -78,16 +189,53 @@ on()
 		failed=1
 	fi
 	all_failed=$((all_failed + failed))
-	summary+=$(printf '%-8s %5d passed, %d failed, %d s' "$name" \
-		"$passed" "$failed" $((SECONDS - start)))$'\n'
+	say "$name: $passed passed, $failed failed, $((SECONDS - start)) s"
+	printf '%s | %s | %s | %s | %d | %d | %s\n' "$name" "$arch" "$facts" \
+		"$detectors" "$passed" "$failed" \
+		"$(skips_of "$arch" "$what")" >>"$rows"
 }
 
-# Red zones around every object of the heap, and checks of its lists. All that
-# takes instructions, so this board runs by the host's time.
-BOARD_ICOUNT='' on debug "--append slub_debug=FZ" --with target/kernel/debug.config
-on stock "" --without-patches
-on coarse "--append clocksource=jiffies"
+# The table, as it stands in docs/porting.md.
+table()
+{
+	cat <<END
+| run | architecture | kernel | processors | preemption | compiler | detectors | passed | failed | skipped |
+|---|---|---|---|---|---|---|---|---|---|
+END
+	sed -e 's/^/| /' -e 's/$/ |/' "$1"
+}
 
+# Replaces what stands between the marks; rows of runs that were not made now
+# stay as they are.
+update_docs()
+{
+	local page=docs/porting.md
+
+	sed -n '/^<!-- kernels: begin -->$/,/^<!-- kernels: end -->$/p' \
+		"$page" | sed -n 's/^| \([^ ]*-[^ ]*-[^ ]* | .*\) |$/\1/p' |
+		awk -F ' [|] ' 'NR == FNR { new[$1] = $0; order[++n] = $1; next }
+			$1 in new { print new[$1]; seen[$1] = 1; next }
+			{ print }
+			END { for (i = 1; i <= n; i++)
+				if (!(order[i] in seen)) print new[order[i]] }' \
+			"$rows" - >"$rows.all"
+	table "$rows.all" >"$rows.table"
+	sed -i -e "/^<!-- kernels: begin -->$/r $rows.table" \
+		-e '/^<!-- kernels: begin -->$/,/^<!-- kernels: end -->$/{
+			/^<!-- kernels/!d
+		}' "$page"
+}
+
+# On its own descriptor: what runs here reads nothing of it.
+while IFS='|' read -r -u 7 usual line arch name options args what detectors; do
+	[ -n "$chosen" ] || [ "$usual" = + ] || continue
+	[[ " $KERNELS " == *" $line "* ]] || continue
+	[[ " $ARCHES " == *" $arch "* ]] || continue
+	row "$line" "$arch" "$name" "$options" "$args" "$what" "$detectors"
+done 7< <(matrix)
+
+[ -s "$rows" ] || die "KERNELS=$KERNELS ARCHES=$ARCHES: no such run"
 say "== all kernels"
-printf '%s' "$summary"
+table "$rows"
+[ -z "$update" ] || update_docs
 [ "$all_failed" -eq 0 ]
