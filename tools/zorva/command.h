@@ -57,6 +57,7 @@ struct command {
 /* In the order of the help. */
 extern const std::vector<const command *> commands;
 
+extern const command check_command;
 extern const command leaks_command;
 extern const command mem_command;
 extern const command queues_command;
@@ -64,6 +65,9 @@ extern const command snapshot_command;
 extern const command threads_command;
 extern const command timers_command;
 extern const command torn_command;
+extern const command locks_command;
+extern const command waits_command;
+extern const command lines_command;
 
 /*
  * read_for - reads a source for a command, and says on standard error what

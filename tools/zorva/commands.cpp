@@ -9,8 +9,9 @@ namespace zorva
 {
 
 const std::vector<const command *> commands = {
-	&snapshot_command, &mem_command,    &leaks_command,   &torn_command,
-	&queues_command,   &timers_command, &threads_command,
+	&check_command,	 &snapshot_command, &mem_command,   &leaks_command,
+	&torn_command,	 &locks_command,    &waits_command, &queues_command,
+	&timers_command, &threads_command,  &lines_command,
 };
 
 namespace

@@ -23,7 +23,8 @@ SAMPLES = pathlib.Path(SAMPLES)
 BOARD = str(SAMPLES / "demo-console.log")
 COMMANDS = [["mem"], ["mem", "--by", "site"], ["mem", "--by", "size"],
             ["mem", "--by", "age"], ["mem", "--older-than", "1"],
-            ["torn"], ["queues"], ["timers"], ["threads"]]
+            ["torn"], ["queues"], ["timers"], ["threads"],
+            ["locks"], ["waits"], ["check"]]
 
 DETAIL = """
 ----------------
@@ -152,7 +153,15 @@ class Output(unittest.TestCase):
         self.assertTrue(shown["torn"][0]["below"]["adjacent"])
 
     def test_nothing_hostile_reaches_the_terminal(self):
-        text = (detail(5, 3, HOSTILE) +
+        text = ("\n----------------\nDump all ACTIVE & LOCKED mutex(s)\n"
+                "Current Time : 5\n----------------\n\nIndex     : 1\n"
+                f"Name      : {HOSTILE}\nComponent : {HOSTILE} (1)\n"
+                f"Status    : Take\nLocker    : 7 ({HOSTILE})\n"
+                "---------------------------------\n"
+                f"  [0000000000000005] Take @{HOSTILE}, 3\n"
+                f"  [0000000000000004] Take @{HOSTILE}, 2\n"
+                "\n\nNumber of Mutex: 1\n\n" +
+                detail(5, 3, HOSTILE) +
                 f"# cat /proc/zorva/zorva.thread\nComponent : {HOSTILE}\n"
                 f"Name      : {HOSTILE}\nPID       : 7\nState     : 2\n"
                 "Priority  : 99999999999999999999\n"
