@@ -9,6 +9,7 @@
 #include "zorva_sem.h"
 #include "zorva_thread.h"
 #include "zorva_timer.h"
+#include "zorva_clock.h"
 #include "zorva_debug.h"
 #include "zorva_wait.h"
 
@@ -269,6 +270,7 @@ void end(leftovers what)
 	EXPECT_EQ(threads(), 0u);
 	EXPECT_EQ(fake::open_files(), 0u);
 
+	_zorvaTickSeconds.tick = ZK_INITIAL_JIFFIES - 1;
 	_zorvaMutexDbg = {};
 	_zorvaSemDbg = {};
 	memset(_zorvaMallocMemUsage, 0, sizeof(_zorvaMallocMemUsage));

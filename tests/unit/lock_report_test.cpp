@@ -61,6 +61,14 @@ protected:
 	ends_where_the_buffer_does(int (*dump)(struct seq_file *seq),
 				   const semaphore &lock);
 
+	/* Proves that a report of so many lines lets takes and gives go on. */
+	static void copies_and_prints(int (*dump)(struct seq_file *seq),
+				      const semaphore &lock, size_t lines);
+
+	/* Proves that it holds its registry when it cannot copy it. */
+	static void holds_without_memory(int (*dump)(struct seq_file *seq),
+					 const semaphore &lock, size_t lines);
+
 	void TearDown() override
 	{
 		fake::on_call(nullptr);
@@ -101,6 +109,38 @@ void LockReportTest::ends_where_the_buffer_does(
 			EXPECT_EQ(zk_sema_count(&lock), 1u);
 		}
 	}
+}
+
+void LockReportTest::copies_and_prints(int (*dump)(struct seq_file *seq),
+				       const semaphore &lock, size_t lines)
+{
+	fake::forget_calls();
+
+	const report_run run = run_report(dump, 4096);
+
+	/* Once to count, and once to copy. */
+	EXPECT_EQ(fake::call_texts({ "down", "up" }),
+		  texts({ "down", "up", "down", "up" }));
+	EXPECT_EQ(run.prints.size(), lines);
+	for (const fake::seq_print &each : run.prints)
+		EXPECT_FALSE(each.at.has_taken(&lock)) << each.text;
+}
+
+void LockReportTest::holds_without_memory(int (*dump)(struct seq_file *seq),
+					  const semaphore &lock, size_t lines)
+{
+	const report_run copied = run_report(dump, 4096);
+
+	const report_run run = run_report_without_copy(dump, 4096);
+
+	EXPECT_EQ(run.text, copied.text);
+	ASSERT_EQ(run.prints.size(), lines);
+	/* From the first line behind the header to the totals. */
+	for (size_t i = 0; i < lines; ++i)
+		EXPECT_EQ(run.prints[i].at.has_taken(&lock),
+			  i >= 5 && i < lines - 1)
+			<< run.prints[i].text;
+	EXPECT_EQ(zk_sema_count(&lock), 1u);
 }
 
 class MutexReport : public LockReportTest {};
@@ -342,11 +382,11 @@ TEST_F(MutexReport, TestsAMutexAfreshForItsStatus)
 	take(held, 10);
 	int tests = 0;
 	fake::on_call([&](const fake::call &made) {
-		if (made.text == "mutex_is_locked" && ++tests == 2)
+		if (made.text == "mutex_is_locked" && ++tests == 3)
 			mutex_unlock(&held->mutex);
 	});
 
-	/* It is locked when it is chosen, and not when it is printed. */
+	/* Locked when it is counted and chosen, and not when it is copied. */
 	EXPECT_EQ(file_text("zorva.mutex"),
 		  header(mutex_title) +
 			  "Index     : 1\n"
@@ -358,7 +398,7 @@ TEST_F(MutexReport, TestsAMutexAfreshForItsStatus)
 			  "  [0000000000000000] Take @mutex.c, 10\n"
 			  "\n"
 			  "\nNumber of Mutex: 1\n\n");
-	EXPECT_EQ(tests, 2);
+	EXPECT_EQ(tests, 3);
 }
 
 TEST_F(MutexReport, TestsAMutexOnceMoreForTheLockerInDetail)
@@ -384,7 +424,7 @@ TEST_F(MutexReport, TestsAMutexOnceMoreForTheLockerInDetail)
 	EXPECT_EQ(tests, 2);
 }
 
-TEST_F(MutexReport, ReadsTheLockerBeforeItPrints)
+TEST_F(MutexReport, ReadsTheLockerBeforeTheStatus)
 {
 	zorva_mutex *const held = mutex("held");
 	take(held, 10);
@@ -395,7 +435,7 @@ TEST_F(MutexReport, ReadsTheLockerBeforeItPrints)
 	});
 
 	for (const auto &[file, tests] :
-	     { std::pair("zorva.mutex", 2),
+	     { std::pair("zorva.mutex", 3),
 	       std::pair("zorva.mutex.detail", 1) }) {
 		tests_to_status = tests;
 
@@ -407,25 +447,78 @@ TEST_F(MutexReport, ReadsTheLockerBeforeItPrints)
 	give(held, 20);
 }
 
-TEST_F(MutexReport, HoldsTheRegistryForTheWholeWalkOnly)
+TEST_F(MutexReport, IsCopiedWithTheRegistryHeldAndPrintedWithoutIt)
 {
 	take(mutex("held"), 10);
-	const size_t read = fake::coarse_readings().size();
+
+	copies_and_prints(zorva_mutex_dump, _zorvaMutexDbg.lock, 14);
+	copies_and_prints(zorva_mutex_dump_detail, _zorvaMutexDbg.lock, 14);
+
+	give(mutexes[0], 20);
+}
+
+TEST_F(MutexReport, WithoutMemoryForACopyIsTheSameWithTheRegistryHeld)
+{
+	take(mutex("held"), 10);
+
+	holds_without_memory(zorva_mutex_dump, _zorvaMutexDbg.lock, 14);
+	holds_without_memory(zorva_mutex_dump_detail, _zorvaMutexDbg.lock, 14);
+
+	give(mutexes[0], 20);
+}
+
+TEST_F(MutexReport, WithoutMemoryForACopyEndsWhereTheBufferDoes)
+{
+	take(mutex("first"), 10);
+	take(mutex("second"), 11);
 
 	for (auto dump : { zorva_mutex_dump, zorva_mutex_dump_detail }) {
-		const report_run run = run_report(dump, 4096);
+		const report_run whole = run_report(dump, 4096);
+		const size_t size = whole.text.find("Name");
 
-		ASSERT_EQ(run.prints.size(), 14u);
-		for (size_t i = 0; i < 14; ++i)
-			EXPECT_EQ(run.prints[i].at.has_taken(
-					  &_zorvaMutexDbg.lock),
-				  i >= 5)
-				<< run.prints[i].text;
+		const report_run run = run_report_without_copy(dump, size);
+
+		EXPECT_EQ(run.prints.size(), 6u);
+		EXPECT_EQ(run.text, whole.text.substr(0, size));
+		EXPECT_EQ(zk_sema_count(&_zorvaMutexDbg.lock), 1u);
 	}
 
-	EXPECT_FALSE(
-		fake::coarse_readings()[read].has_taken(&_zorvaMutexDbg.lock));
-	EXPECT_EQ(fake::coarse_readings().size(), read + 2);
+	give(mutexes[0], 20);
+	give(mutexes[1], 21);
+}
+
+TEST_F(MutexReport, CountsAllAsTheyWereWhenTheyWereCopied)
+{
+	take(mutex("held"), 10);
+	mutex("another");
+	fake::on_seq_print([&](const fake::seq_print &made) {
+		if (made.text.starts_with("Index"))
+			mutex("late");
+	});
+
+	const report_run run = run_report(zorva_mutex_dump_detail, 4096);
+
+	fake::on_seq_print(nullptr);
+	EXPECT_EQ(mutexes.size(), 3u);
+	EXPECT_TRUE(run.text.ends_with(
+		"\nTotal number of Mutex: 2 (active 1)\n\n"));
+	give(mutexes[0], 20);
+}
+
+TEST_F(MutexReport, ReadsTheTimeBeforeItTakesTheRegistry)
+{
+	take(mutex("held"), 10);
+
+	for (auto dump : { zorva_mutex_dump, zorva_mutex_dump_detail }) {
+		fake::set_uptime(fake::now() + sec);
+		const size_t read = fake::coarse_readings().size();
+
+		run_report(dump, 4096);
+
+		ASSERT_EQ(fake::coarse_readings().size(), read + 1);
+		EXPECT_FALSE(fake::coarse_readings()[read].has_taken(
+			&_zorvaMutexDbg.lock));
+	}
 	give(mutexes[0], 20);
 }
 
@@ -659,7 +752,7 @@ TEST_F(SemaphoreReport, TestsASemaphoreAfreshForItsStatus)
 	take(used, 0, 10);
 	int tests = 0;
 	fake::on_call([&](const fake::call &made) {
-		if (made.text == "sema_count" && ++tests == 2)
+		if (made.text == "sema_count" && ++tests == 3)
 			up(&used->semaphore);
 	});
 
@@ -673,23 +766,23 @@ TEST_F(SemaphoreReport, TestsASemaphoreAfreshForItsStatus)
 			  "  [0000000000000000] Take @sem.c, 10 (0 msec)\n"
 			  "\n"
 			  "\nNumber of Semaphore: 1\n\n");
-	EXPECT_EQ(tests, 2);
+	EXPECT_EQ(tests, 3);
 }
 
-TEST_F(SemaphoreReport, HoldsTheRegistryForTheWholeWalkOnly)
+TEST_F(SemaphoreReport, IsCopiedWithTheRegistryHeldAndPrintedWithoutIt)
 {
 	take(sem("used", 1), 0, 10);
 
-	for (auto dump : { zorva_sem_dump, zorva_sem_dump_detail }) {
-		const report_run run = run_report(dump, 4096);
+	copies_and_prints(zorva_sem_dump, _zorvaSemDbg.lock, 13);
+	copies_and_prints(zorva_sem_dump_detail, _zorvaSemDbg.lock, 13);
+}
 
-		ASSERT_EQ(run.prints.size(), 13u);
-		for (size_t i = 0; i < 13; ++i)
-			EXPECT_EQ(run.prints[i].at.has_taken(
-					  &_zorvaSemDbg.lock),
-				  i >= 5)
-				<< run.prints[i].text;
-	}
+TEST_F(SemaphoreReport, WithoutMemoryForACopyIsTheSameWithTheRegistryHeld)
+{
+	take(sem("used", 1), 0, 10);
+
+	holds_without_memory(zorva_sem_dump, _zorvaSemDbg.lock, 13);
+	holds_without_memory(zorva_sem_dump_detail, _zorvaSemDbg.lock, 13);
 }
 
 TEST_F(SemaphoreReport, EndsWhereTheBufferDoes)

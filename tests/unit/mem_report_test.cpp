@@ -468,6 +468,7 @@ TEST_F(DetailedReport, ShowsSixteenCharactersOfAFileWithoutEnd)
 TEST_F(DetailedReport, CopiesUnderTheLockAndPrintsWithoutIt)
 {
 	char *const block = allocate(10);
+	fake::set_uptime(7 * sec);
 	const size_t readings = fake::coarse_readings().size();
 	std::vector<const void *> taken;
 	fake::after_spin_lock([&](const void *lock) {
@@ -486,6 +487,51 @@ TEST_F(DetailedReport, CopiesUnderTheLockAndPrintsWithoutIt)
 		EXPECT_TRUE(print.at.may_sleep()) << print.text;
 
 	zorva_free_track(owner, block, "caller.c", 8);
+}
+
+TEST_F(DetailedReport, ReadsNoGuardOfComponentsThatItDoesNotShow)
+{
+	char *const wild = allocate(10, other);
+	char *const block = allocate(10);
+	header(wild)->size = 0x40000000;
+	zorva_mem_write_detail("PORT");
+
+	const std::string copied = fake::read_report("zorva/zorva.mem.detail");
+	fake::proc_file file("zorva/zorva.mem.detail");
+	fake::fail_allocation(1);
+	const std::string listed = file.read();
+
+	const char *counters[] = { "10", "10", "1", "0" };
+	EXPECT_EQ(copied, detail_head("0") + component("PORT", counters) +
+				  fake::format("  [0000000000] %px - 10 bytes "
+					       "(caller.c, 7)\n\n",
+					       block));
+	EXPECT_EQ(listed, copied);
+
+	zorva_mem_write_detail("all");
+	header(wild)->size = 10;
+	zorva_free_track(other, wild, "caller.c", 8);
+	zorva_free_track(owner, block, "caller.c", 8);
+}
+
+TEST_F(DetailedReport, ShowsWhatTheFilterWasWhenItBegan)
+{
+	char *const block = allocate(10);
+	char *const foreign = allocate(10, other);
+	zorva_mem_write_detail("PORT");
+	const std::string before = fake::read_report("zorva/zorva.mem.detail");
+	fake::proc_file file("zorva/zorva.mem.detail");
+	fake::before_kvmalloc([] {
+		zorva_mem_write_detail("VLAN");
+	});
+
+	const std::string text = file.read();
+
+	EXPECT_EQ(text, before);
+	fake::before_kvmalloc(nullptr);
+	zorva_mem_write_detail("all");
+	zorva_free_track(owner, block, "caller.c", 8);
+	zorva_free_track(other, foreign, "caller.c", 8);
 }
 
 TEST_F(DetailedReport, GivesBackTheMemoryOfItsCopy)
@@ -518,6 +564,8 @@ TEST_F(DetailedReport, WithoutMemoryForACopyIsTheSamePrintedUnderTheLock)
 	const size_t prints = fake::seq_prints().size();
 	fake::proc_file file("zorva/zorva.mem.detail");
 
+	/* Another tick of the same second: the clock is read anew. */
+	fake::set_uptime(77 * sec + 10000000);
 	fake::fail_allocation(1);
 	const std::string listed = file.read();
 

@@ -555,10 +555,11 @@ TEST_F(MessageQueueReport, PrintsDepthsWithTheirSign)
 	destroy(queue);
 }
 
-TEST_F(MessageQueueReport, HoldsTheListAndNoQueue)
+TEST_F(MessageQueueReport, CopiesWithTheListHeldAndNoQueueAndPrintsWithout)
 {
 	zorva_msg_queue *const queue = create();
 	zorva_mutex_take_track(owner, queue->lock, "caller.c", 7);
+	fake::forget_calls();
 	std::string text;
 
 	in_task("reader", [&] {
@@ -566,11 +567,35 @@ TEST_F(MessageQueueReport, HoldsTheListAndNoQueue)
 	});
 
 	EXPECT_NE(text, "");
+	/* Once to count, and once to copy. */
+	EXPECT_EQ(fake::call_texts({ "mutex_lock", "mutex_unlock" }),
+		  texts({ "mutex_lock", "mutex_unlock", "mutex_lock",
+			  "mutex_unlock" }));
 	for (const fake::seq_print &each : fake::seq_prints()) {
-		EXPECT_TRUE(each.at.has_taken(&zorva_msgq_list_lock));
+		EXPECT_FALSE(each.at.has_taken(&zorva_msgq_list_lock));
 		EXPECT_TRUE(each.at.may_sleep());
 	}
 	EXPECT_EQ(run_report(zorva_msg_queue_dump, 4096).result, 0);
+	zorva_mutex_give_track(owner, queue->lock, "caller.c", 7);
+	destroy(queue);
+}
+
+TEST_F(MessageQueueReport, WithoutMemoryForACopyIsTheSameWithTheListHeld)
+{
+	zorva_msg_queue *const queue = create();
+	zorva_mutex_take_track(owner, queue->lock, "caller.c", 7);
+	const report_run copied = run_report(zorva_msg_queue_dump, 4096);
+
+	const report_run run =
+		run_report_without_copy(zorva_msg_queue_dump, 4096);
+
+	EXPECT_EQ(run.result, 0);
+	EXPECT_EQ(run.text, copied.text);
+	EXPECT_EQ(run.prints.size(), 6u);
+	for (const fake::seq_print &each : run.prints) {
+		EXPECT_TRUE(each.at.has_taken(&zorva_msgq_list_lock));
+		EXPECT_TRUE(each.at.may_sleep());
+	}
 	zorva_mutex_give_track(owner, queue->lock, "caller.c", 7);
 	destroy(queue);
 }

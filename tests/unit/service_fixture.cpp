@@ -68,6 +68,21 @@ report_run run_report(int (*dump)(struct seq_file *seq), size_t size)
 	return run;
 }
 
+report_run run_report_without_copy(int (*dump)(struct seq_file *seq),
+				   size_t size)
+{
+	/* The file takes three allocations, and the copy is the next one. */
+	fake::fail_allocation(4);
+
+	const report_run run = run_report(dump, size);
+
+	bool refused = false;
+	for (const fake::heap_call &call : fake::heap_calls())
+		refused |= call.what == fake::heap_call::kvrefused;
+	EXPECT_TRUE(refused);
+	return run;
+}
+
 std::string file_text(const std::string &entry)
 {
 	if (!_zorvaProcDir)

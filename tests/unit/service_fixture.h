@@ -88,6 +88,10 @@ struct report_run {
 };
 report_run run_report(int (*dump)(struct seq_file *seq), size_t size);
 
+/* The same without memory for a copy of what it shows. */
+report_run run_report_without_copy(int (*dump)(struct seq_file *seq),
+				   size_t size);
+
 /* The text of a report as its file has it. */
 std::string file_text(const std::string &entry);
 

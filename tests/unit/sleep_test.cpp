@@ -444,7 +444,7 @@ TEST_F(SecondSleep, ReturnsWhenASignalComesAfterItsEnd)
 			if (made.text != "schedule_timeout 100")
 				return;
 			fake::send_signal(made.by, 10);
-			fake::set_jiffies(zk_jiffies() + 100 + late);
+			fake::set_jiffies(jiffies + 100 + late);
 		});
 
 		stranger([&] {
@@ -465,7 +465,7 @@ TEST_F(SecondSleep, SleepsTheOneTickThatIsLeft)
 		if (made.text != "schedule_timeout 100")
 			return;
 		fake::send_signal(made.by, 10);
-		fake::set_jiffies(zk_jiffies() + 99);
+		fake::set_jiffies(jiffies + 99);
 	});
 
 	stranger([] {

@@ -844,27 +844,52 @@ TEST_F(ThreadReport, ShowsAReaderOfItsOwnFileAsRunning)
 	reports();
 }
 
-TEST_F(ThreadReport, HoldsTheListAndEachTaskWhileItPrints)
+TEST_F(ThreadReport, CopiesUnderTheLockAndPrintsWithoutIt)
 {
 	create("first");
 	create("second");
-	fake::forget_calls();
-	const unsigned int references = fake::references_to(101);
-	std::vector<unsigned int> held;
-	fake::on_seq_print([&](const fake::seq_print &) {
-		held.push_back(
-			fake::references_to(held.size() < 6 ? 102 : 101));
-	});
+	const size_t locked = fake::spin_locks_taken();
 
 	const report_run run = run_report(zorva_thread_dump, 4096);
 
 	EXPECT_EQ(run.result, 0);
 	EXPECT_EQ(run.prints.size(), 12u);
+	/* Once to count, and once to copy. */
+	EXPECT_EQ(fake::spin_locks_taken(), locked + 2);
+	for (const fake::seq_print &each : run.prints)
+		EXPECT_TRUE(each.at.may_sleep()) << each.text;
+	open_gate(2);
+}
+
+TEST_F(ThreadReport, WithoutMemoryForACopyIsTheSamePrintedUnderTheLock)
+{
+	create("first");
+	create("second");
+	const report_run copied = run_report(zorva_thread_dump, 4096);
+
+	const report_run run = run_report_without_copy(zorva_thread_dump, 4096);
+
+	EXPECT_EQ(run.result, 0);
+	EXPECT_EQ(run.text, copied.text);
+	EXPECT_EQ(run.prints.size(), 12u);
 	for (const fake::seq_print &each : run.prints)
 		EXPECT_TRUE(each.at.holds(&_zorvaThreadLock));
-	EXPECT_EQ(fake::call_texts({ "get_task_struct", "put_task_struct" }),
-		  texts({ "get_task_struct 102", "put_task_struct 102",
-			  "get_task_struct 101", "put_task_struct 101" }));
-	EXPECT_EQ(held, std::vector<unsigned int>(12, references + 1));
 	open_gate(2);
+}
+
+TEST_F(ThreadReport, ShowsAThreadThatEndsBeforeItIsPrinted)
+{
+	create("first");
+	bool first = true;
+	fake::on_seq_print([&](const fake::seq_print &) {
+		if (first)
+			open_gate(1);
+		first = false;
+	});
+
+	const report_run run = run_report(zorva_thread_dump, 4096);
+
+	fake::on_seq_print(nullptr);
+	EXPECT_NE(run.text.find("PID       : 101\n"), std::string::npos);
+	EXPECT_EQ(run_report(zorva_thread_dump, 4096).text, "");
 }

@@ -123,7 +123,58 @@ TEST_F(Uptime, SecondsAndMillisecondsReadTheCoarseClockAndTicksThePreciseOne)
 	EXPECT_EQ(uptime_secs_now(), 0u);
 	EXPECT_EQ(uptime_now(), 0u);
 	EXPECT_EQ(uptime_ticks_now(), 100u);
+}
+
+TEST_F(Uptime, ReadsTheCoarseClockOnceInATick)
+{
+	fake::set_uptime(5 * sec);
+	EXPECT_EQ(uptime_secs_now(), 5u);
+	EXPECT_EQ(fake::coarse_readings().size(), 1u);
+
+	/* The end of the same tick. */
+	fake::set_uptime(5 * sec + 9 * msec);
+	EXPECT_EQ(uptime_secs_now(), 5u);
+	EXPECT_EQ(uptime_now(), 5000u);
+	EXPECT_EQ(fake::coarse_readings().size(), 1u);
+
+	fake::set_uptime(5 * sec + 10 * msec);
+	EXPECT_EQ(uptime_secs_now(), 5u);
 	EXPECT_EQ(fake::coarse_readings().size(), 2u);
+
+	fake::set_uptime(6 * sec);
+	EXPECT_EQ(uptime_secs_now(), 6u);
+}
+
+TEST_F(Uptime, IsRightWhenItIsFirstReadInTheTickInWhichTheCountPasses0)
+{
+	fake::set_uptime(300 * sec);
+	ASSERT_EQ(jiffies, 0u);
+
+	EXPECT_EQ(uptime_secs_now(), 300u);
+}
+
+TEST_F(Uptime, IsRightInTheFirstTickOfTheKernel)
+{
+	fake::set_uptime(0, 0);
+	ASSERT_EQ(jiffies, static_cast<unsigned long>(ZK_INITIAL_JIFFIES));
+
+	EXPECT_EQ(uptime_secs_now(), 0u);
+	EXPECT_EQ(fake::coarse_readings().size(), 1u);
+}
+
+TEST_F(Uptime, ReadsTheClockWithInterruptsOff)
+{
+	EXPECT_EQ(uptime_secs_now(), 0u);
+
+	EXPECT_TRUE(fake::coarse_readings()[0].interrupts_off);
+	EXPECT_FALSE(fake::current_context().interrupts_off);
+	{
+		const fake::interrupts_off off;
+
+		fake::set_uptime(sec);
+		EXPECT_EQ(uptime_secs_now(), 1u);
+		EXPECT_TRUE(fake::current_context().interrupts_off);
+	}
 }
 
 TEST_F(Uptime, CountsTheTimeSpentSuspended)

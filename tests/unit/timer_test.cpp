@@ -162,6 +162,44 @@ TYPED_TEST(Timer, IsNotMadeWithoutANode)
 	EXPECT_EQ(this->make(), 1u);
 }
 
+/* The list is there from then on: it is an ID that is not, without a report. */
+TYPED_TEST(Timer, IsNotFoundWhenTheFirstOneCouldNotBeMade)
+{
+	USING_FIXTURE;
+	for (const unsigned int nth : { 2, 3 }) {
+		u32 id = 0;
+
+		fake::fail_allocation(KIND::list() ? nth - 1 : nth);
+		EXPECT_EQ(KIND::init(owner, &id, note_expiry, 0, "caller.c", 7),
+			  failed);
+		this->own_reports();
+
+		EXPECT_EQ(this->start(1, 100), not_found);
+		EXPECT_EQ(this->stop(1), not_found);
+		EXPECT_EQ(this->own_reports(), "");
+	}
+	fake::log_text();
+}
+
+/* Without a list, which a wrong argument would be reported for as well. */
+TYPED_TEST(Timer, IsRefusedWithAReportWhenNotEvenTheListCouldBeMade)
+{
+	USING_FIXTURE;
+	u32 id = 0;
+
+	fake::fail_allocation(1);
+	EXPECT_EQ(KIND::init(owner, &id, note_expiry, 0, "caller.c", 7),
+		  failed);
+	this->own_reports();
+
+	EXPECT_EQ(this->start(1, 100), failed);
+	EXPECT_EQ(this->own_reports(),
+		  this->said("start", "invalid parameter"));
+	EXPECT_EQ(this->stop(1), failed);
+	EXPECT_EQ(this->own_reports(), this->said("stop", "invalid parameter"));
+	fake::log_text();
+}
+
 TYPED_TEST(Timer, IsNotMadeWithoutARecord)
 {
 	USING_FIXTURE;
@@ -785,17 +823,48 @@ TYPED_TEST(Timer, IsReportedIdleOnceItHasExpired)
 			  "PORT       1        5     0        0        --\n");
 }
 
-TYPED_TEST(Timer, IsReportedUnderTheTimerLock)
+TYPED_TEST(Timer, IsCopiedUnderTheTimerLockAndReportedWithoutIt)
 {
 	this->make();
 	this->make();
+	const size_t locked = fake::spin_locks_taken();
 
 	const report_run run = run_report(TypeParam::dump, 4096);
 
 	EXPECT_EQ(run.result, 0);
 	EXPECT_EQ(run.prints.size(), 6u);
+	/* Once to count, and once to copy. */
+	EXPECT_EQ(fake::spin_locks_taken(), locked + 2);
 	for (const fake::seq_print &each : run.prints)
-		EXPECT_TRUE(each.at.holds(&_zorvaTimerLock));
+		EXPECT_TRUE(each.at.may_sleep()) << each.text;
+}
+
+TYPED_TEST(Timer, IsReportedUnderTheTimerLockWithoutMemoryForACopy)
+{
+	this->make();
+	this->start(this->make(), 100);
+	const report_run copied = run_report(TypeParam::dump, 4096);
+
+	const report_run run = run_report_without_copy(TypeParam::dump, 4096);
+
+	EXPECT_EQ(run.result, 0);
+	EXPECT_EQ(run.text, copied.text);
+	ASSERT_EQ(run.prints.size(), 6u);
+	for (size_t i = 2; i < 6; ++i)
+		EXPECT_TRUE(run.prints[i].at.holds(&_zorvaTimerLock));
+	this->stop(2);
+}
+
+TYPED_TEST(Timer, IsReportedWithThoseThatWereMadeWhileMemoryWasTaken)
+{
+	this->make();
+	fake::before_kvmalloc([this] {
+		this->make();
+	});
+
+	const report_run run = run_report(TypeParam::dump, 4096);
+
+	EXPECT_EQ(run.prints.size(), 6u);
 }
 
 TYPED_TEST(Timer, IsNeitherFoundNorReportedWithoutARecord)

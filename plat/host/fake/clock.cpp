@@ -11,13 +11,19 @@ namespace
 constexpr s64 nsecs_per_tick = 10000000;
 constexpr s64 nsecs_per_sec = 1000000000;
 
+/* They wrap five minutes after the boot. */
+constexpr unsigned long initial_jiffies = ZK_INITIAL_JIFFIES;
+
 s64 monotonic;
 s64 boot_offset;
+unsigned long jiffies_at_0 = initial_jiffies;
 std::vector<fake::context> coarse;
 
 const fake::at_restart set_back([] {
 	monotonic = 0;
 	boot_offset = 0;
+	jiffies_at_0 = initial_jiffies;
+	jiffies = initial_jiffies;
 	coarse.clear();
 });
 
@@ -37,13 +43,25 @@ void check_offset(enum tk_offsets offs)
 
 } // namespace
 
+unsigned long volatile jiffies = initial_jiffies;
+
 namespace fake
 {
 
+s64 ticks_now()
+{
+	const s64 above = monotonic % nsecs_per_tick;
+
+	return (monotonic - above) / nsecs_per_tick - (above < 0);
+}
+
+/* A suspend takes a tick at least, for the coarse clock has to move with it. */
 void set_uptime(s64 nsecs, s64 suspended)
 {
-	monotonic = nsecs - suspended;
+	if (boot_offset != suspended)
+		++jiffies_at_0;
 	boot_offset = suspended;
+	set_monotonic_time(nsecs - suspended);
 }
 
 s64 monotonic_time()
@@ -54,6 +72,13 @@ s64 monotonic_time()
 void set_monotonic_time(s64 nsecs)
 {
 	monotonic = nsecs;
+	jiffies = jiffies_at_0 + static_cast<unsigned long>(ticks_now());
+}
+
+void set_jiffies(unsigned long value)
+{
+	jiffies_at_0 = value - static_cast<unsigned long>(ticks_now());
+	jiffies = value;
 }
 
 const std::vector<context> &coarse_readings()

@@ -204,6 +204,21 @@ void might_sleep(const char *caller)
 
 } // namespace fake
 
+unsigned long zk_local_irq_save(void)
+{
+	const unsigned long flags = irqs_off ? flags_off : flags_on;
+
+	irqs_off = true;
+	return flags;
+}
+
+void zk_local_irq_restore(unsigned long flags)
+{
+	if (!irqs_off)
+		fake::complain("interrupts on while they are kept off");
+	irqs_off = flags == flags_off;
+}
+
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 {
 	fake::may_switch(fake::switch_point::kernel_call);
@@ -236,6 +251,26 @@ void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 	irqs_off = held.back().flags == flags_off;
 	held.pop_back();
 	fake::may_switch(fake::switch_point::kernel_call);
+}
+
+unsigned long zk_lock_memory(void)
+{
+	return zk_spin_lock_irqsave(&_mallocMemLck);
+}
+
+void zk_unlock_memory(unsigned long flags)
+{
+	zk_spin_unlock_irqrestore(&_mallocMemLck, flags);
+}
+
+unsigned long zk_lock_timers(void)
+{
+	return zk_spin_lock_irqsave(&_zorvaTimerLock);
+}
+
+void zk_unlock_timers(unsigned long flags)
+{
+	zk_spin_unlock_irqrestore(&_zorvaTimerLock, flags);
 }
 
 bool zk_in_interrupt(void)

@@ -38,6 +38,8 @@ struct at_restart {
 /* What the running task has taken and not given. */
 std::vector<const void *> taken_by_running();
 
+/* The whole ticks since the start of the clock, rounded down. */
+s64 ticks_now();
 /* The clock that all others run off. */
 s64 monotonic_time();
 void set_monotonic_time(s64 nsecs);

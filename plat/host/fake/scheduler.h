@@ -165,7 +165,7 @@ void run_event_within(s64 nsecs);
 /* Moves on to what happens next. False when nothing ever will. */
 bool run_next_event();
 /* The time of the tick at which the count of ticks will have that value. */
-s64 time_of_tick(unsigned long jiffies);
+s64 time_of_tick(unsigned long tick);
 
 /* Lists. */
 void init_list(fake_link *head);

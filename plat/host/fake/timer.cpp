@@ -16,10 +16,6 @@ constexpr s64 nsecs_per_usec = 1000;
 constexpr u32 msecs_per_tick = 10;
 constexpr long longest_timeout = (LONG_MAX >> 1) - 1;
 
-/* INITIAL_JIFFIES: they wrap five minutes after the boot. */
-constexpr unsigned long initial_jiffies = -300 * 100;
-
-unsigned long jiffies_at_0 = initial_jiffies;
 u32 resolution = 1;
 s64 yield_cost = 1000;
 s64 time_limit = LLONG_MAX;
@@ -38,7 +34,6 @@ const fake::at_restart start_over([] {
 		fake::complain("an expiry or the end of a sleep is left");
 	events.clear();
 	next_order = 0;
-	jiffies_at_0 = initial_jiffies;
 	resolution = 1;
 	yield_cost = 1000;
 });
@@ -52,15 +47,6 @@ auto next_event()
 					       std::pair(b.second.when,
 							 b.second.order);
 				});
-}
-
-/* The whole ticks since the start of the clock, rounded down. */
-s64 ticks_now()
-{
-	const s64 now = fake::monotonic_time();
-	const s64 above = now % nsecs_per_tick;
-
-	return (now - above) / nsecs_per_tick - (above < 0);
 }
 
 bool interrupts_can_come()
@@ -214,9 +200,9 @@ void advance(s64 nsecs)
 	set_monotonic_time(std::max(now(), end));
 }
 
-s64 time_of_tick(unsigned long jiffies)
+s64 time_of_tick(unsigned long tick)
 {
-	const long ahead = static_cast<long>(jiffies - zk_jiffies());
+	const long ahead = static_cast<long>(tick - jiffies);
 
 	return (ticks_now() + std::max(ahead, 1l)) * nsecs_per_tick;
 }
@@ -253,7 +239,7 @@ long sleep_at_most(long ticks, const char *caller)
 		return ticks;
 	}
 
-	const unsigned long end = zk_jiffies() + ticks;
+	const unsigned long end = jiffies + ticks;
 
 	set_event(self, time_of_tick(end), [self] {
 		const soft_interrupt interrupt;
@@ -263,14 +249,9 @@ long sleep_at_most(long ticks, const char *caller)
 	switch_tasks(caller);
 	cancel_event(self);
 
-	const long left = static_cast<long>(end - zk_jiffies());
+	const long left = static_cast<long>(end - jiffies);
 
 	return std::max(left, 0l);
-}
-
-void set_jiffies(unsigned long value)
-{
-	jiffies_at_0 = value - static_cast<unsigned long>(ticks_now());
 }
 
 void set_resolution(u32 nsecs)
@@ -304,11 +285,6 @@ bool is_pending(const void *timer)
 
 } // namespace fake
 
-unsigned long zk_jiffies(void)
-{
-	return jiffies_at_0 + static_cast<unsigned long>(ticks_now());
-}
-
 unsigned long __msecs_to_jiffies(const unsigned int msecs)
 {
 	if (static_cast<int>(msecs) < 0)
@@ -334,6 +310,11 @@ void usleep_range(unsigned long min, unsigned long max)
 	fake::record(fake::format("usleep_range %lu %lu", min, max));
 	fake::might_sleep("usleep_range");
 	fake::sleep_until(fake::now() + min * nsecs_per_usec, "usleep_range");
+}
+
+void zk_cond_resched(void)
+{
+	fake::might_sleep("cond_resched");
 }
 
 void yield(void)
@@ -373,7 +354,7 @@ void zk_add_timer(struct timer_list *timer, unsigned long ticks)
 	fake_timer &seen = view(timer);
 
 	fake::record(fake::format("add_timer %lu", ticks), timer);
-	seen.expires = zk_jiffies() + ticks;
+	seen.expires = jiffies + ticks;
 	fake::set_event(timer, fake::time_of_tick(seen.expires), [timer] {
 		expire(timer);
 	});

@@ -4,7 +4,8 @@
 # check_object.sh NM OBJDUMP OBJECT SYMBOLS [CONSTRUCTORS]
 #
 # Fails when an object made of C++ needs a symbol that the list does not allow,
-# or holds a section that only the run-time of C++ would know what to do with.
+# calls the kernel where that is too far away for a call, or holds a section
+# that only the run-time of C++ would know what to do with.
 # Without a list ('') only symbols of that run-time are refused. A kernel that
 # runs constructors itself, which its sanitizers need, says "y".
 set -eu
@@ -73,6 +74,20 @@ for symbol in $($nm -u "$object" | awk '{ print $NF }'); do
 		refuse "needs '$symbol', which is not in $symbols"
 	fi
 done
+
+# A module may lie farther from the kernel than a call of MIPS reaches.
+if [ -n "$symbols" ]; then
+	near=" $($objdump -r "$object" |
+		awk '$2 == "R_MIPS_26" { printf "%s ", $3 }')"
+	for symbol in $($nm -u "$object" | awk '{ print $NF }'); do
+		case $symbol in
+		zk_*) continue ;;
+		esac
+		case $near in
+		*" $symbol "*) refuse "calls '$symbol' as if it were near" ;;
+		esac
+	done
+fi
 
 for section in $($objdump -h "$object" | awk '$1 ~ /^[0-9]+$/ { print $2 }'); do
 	case $section in

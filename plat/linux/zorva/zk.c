@@ -90,6 +90,16 @@ int zk_iscntrl(int c)
 	return iscntrl(c);
 }
 
+void *zk_memcpy(void *to, const void *from, size_t count)
+{
+	return memcpy(to, from, count);
+}
+
+void *zk_memset(void *s, int c, size_t count)
+{
+	return memset(s, c, count);
+}
+
 void *zk_kvmalloc(size_t size)
 {
 	return kvmalloc(size, GFP_KERNEL | __GFP_NOWARN);
@@ -128,6 +138,19 @@ DEFINE_MUTEX(zorva_msgq_list_lock);
 LIST_HEAD(kthread_list);
 LIST_HEAD(zorva_msgq_list);
 
+unsigned long zk_local_irq_save(void)
+{
+	unsigned long flags;
+
+	local_irq_save(flags);
+	return flags;
+}
+
+void zk_local_irq_restore(unsigned long flags)
+{
+	local_irq_restore(flags);
+}
+
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 {
 	unsigned long flags;
@@ -148,6 +171,32 @@ void zk_mutex_init(struct mutex *lock, const char *name,
 	kernel_mutex_init(lock, name, key);
 }
 #endif
+
+unsigned long zk_lock_memory(void)
+{
+	unsigned long flags;
+
+	spin_lock_irqsave(&_mallocMemLck, flags);
+	return flags;
+}
+
+void zk_unlock_memory(unsigned long flags)
+{
+	spin_unlock_irqrestore(&_mallocMemLck, flags);
+}
+
+unsigned long zk_lock_timers(void)
+{
+	unsigned long flags;
+
+	spin_lock_irqsave(&_zorvaTimerLock, flags);
+	return flags;
+}
+
+void zk_unlock_timers(unsigned long flags)
+{
+	spin_unlock_irqrestore(&_zorvaTimerLock, flags);
+}
 
 void zk_mutex_lock(struct mutex *lock)
 {
@@ -345,11 +394,6 @@ void zk_complete_and_exit(long code)
 #endif
 }
 
-unsigned long zk_jiffies(void)
-{
-	return jiffies;
-}
-
 void zk_add_timer(struct timer_list *timer, unsigned long ticks)
 {
 	/*
@@ -397,6 +441,11 @@ void zk_wake_up(struct wait_queue_head *queue, unsigned int mode, int count,
 	kernel_wake_up(queue, mode, count, key);
 }
 #endif
+
+void zk_cond_resched(void)
+{
+	cond_resched();
+}
 
 void zk_udelay(unsigned long usecs)
 {

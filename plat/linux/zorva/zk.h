@@ -152,13 +152,15 @@ ZK_OPAQUE(lock_class_key, ZK_SIZEOF_LOCK_CLASS_KEY, ZK_ALIGNOF_LOCK_CLASS_KEY);
 #endif /* __cplusplus */
 
 /*
- * A function of this module. On MIPS a module reaches everything by a 32-bit
- * address in a register, for the kernel is far away; zk.c is not.
+ * A function of the kernel's own. On MIPS it is too far away for a call, and
+ * reached by its address in a register; the module's own functions, those of
+ * zk.c among them, are near each other. A call that was left near shows in the
+ * check after linking, and would keep the module from being loaded.
  */
 #ifdef __mips__
-#define ZK_NEAR __attribute__((near))
+#define ZK_FAR __attribute__((far))
 #else
-#define ZK_NEAR
+#define ZK_FAR
 #endif
 
 struct file;
@@ -170,28 +172,38 @@ struct seq_file;
 struct task_struct;
 
 /* Text and memory. */
-int(snprintf)(char *buf, size_t size, const char *fmt, ...)
+ZK_FAR int(snprintf)(char *buf, size_t size, const char *fmt, ...)
 	__attribute__((format(printf, 3, 4)));
-int(vsnprintf)(char *buf, size_t size, const char *fmt, va_list args);
+ZK_FAR int(vsnprintf)(char *buf, size_t size, const char *fmt, va_list args);
 void *(memcpy)(void *to, const void *from, size_t count);
 void *(memset)(void *s, int c, size_t count);
-size_t(strlen)(const char *s);
-int(strcmp)(const char *a, const char *b);
+ZK_FAR size_t(strlen)(const char *s);
+ZK_FAR int(strcmp)(const char *a, const char *b);
 int zk_iscntrl(int c);
 
+/*
+ * The compiler calls these by itself, too, and then takes them for near, as
+ * all it was told about; on MIPS they are the functions of zk.c therefore.
+ */
+void *zk_memcpy(void *to, const void *from, size_t count);
+void *zk_memset(void *s, int c, size_t count);
+#if defined(__mips__) && defined(__cplusplus)
+__asm__(".set memcpy, zk_memcpy\n\t.set memset, zk_memset");
+#endif
+
 /* The kernel log. */
-asmlinkage int(printk)(const char *fmt, ...)
+ZK_FAR asmlinkage int(printk)(const char *fmt, ...)
 	__attribute__((format(printf, 1, 2)));
-asmlinkage int(vprintk)(const char *fmt, va_list args);
-asmlinkage void(dump_stack)(void);
+ZK_FAR asmlinkage int(vprintk)(const char *fmt, va_list args);
+ZK_FAR asmlinkage void(dump_stack)(void);
 
 /* The heap. */
-void *(__kmalloc)(size_t size, gfp_t flags);
-void(kfree)(const void *block);
+ZK_FAR void *(__kmalloc)(size_t size, gfp_t flags);
+ZK_FAR void(kfree)(const void *block);
 
 /* Takes what may be large; sleeps, and fails without a complaint. */
 void *zk_kvmalloc(size_t size);
-void(kvfree)(const void *block);
+ZK_FAR void(kvfree)(const void *block);
 
 /*
  * Reads a word that may lie in nobody's memory: unwatched by the sanitizers,
@@ -207,19 +219,31 @@ extern spinlock_t _zorvaThreadLock;
 extern spinlock_t _zorvaTimerLock;
 extern spinlock_t _waitListLck;
 extern struct mutex zorva_msgq_list_lock;
-ZK_NEAR unsigned long zk_spin_lock_irqsave(spinlock_t *lock);
-ZK_NEAR void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags);
-void(__mutex_init)(struct mutex *lock, const char *name,
-		   struct lock_class_key *key);
-ZK_NEAR void zk_mutex_lock(struct mutex *lock);
-void(mutex_unlock)(struct mutex *lock);
-bool(mutex_is_locked)(struct mutex *lock);
+unsigned long zk_local_irq_save(void);
+void zk_local_irq_restore(unsigned long flags);
+unsigned long zk_spin_lock_irqsave(spinlock_t *lock);
+void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags);
+
+/*
+ * The same for the two locks that are taken most often: that of the memory,
+ * and that of the timers. Without an argument nothing has to be kept for the
+ * second call.
+ */
+unsigned long zk_lock_memory(void);
+void zk_unlock_memory(unsigned long flags);
+unsigned long zk_lock_timers(void);
+void zk_unlock_timers(unsigned long flags);
+ZK_FAR void(__mutex_init)(struct mutex *lock, const char *name,
+			  struct lock_class_key *key);
+void zk_mutex_lock(struct mutex *lock);
+ZK_FAR void(mutex_unlock)(struct mutex *lock);
+ZK_FAR bool(mutex_is_locked)(struct mutex *lock);
 void zk_sema_init(struct semaphore *sem, u32 count);
 u32 zk_sema_count(const struct semaphore *sem);
-void(down)(struct semaphore *sem);
-int(down_trylock)(struct semaphore *sem);
-int(down_timeout)(struct semaphore *sem, long jiffies);
-void(up)(struct semaphore *sem);
+ZK_FAR void(down)(struct semaphore *sem);
+ZK_FAR int(down_trylock)(struct semaphore *sem);
+ZK_FAR int(down_timeout)(struct semaphore *sem, long jiffies);
+ZK_FAR void(up)(struct semaphore *sem);
 
 /* Lists. */
 extern struct list_head kthread_list;
@@ -237,9 +261,9 @@ void zk_list_del_unaligned(void *link);
 void *zk_list_next_unaligned(const void *link);
 
 /* Tasks. zk_in_interrupt() is true with bottom halves off, too. */
-ZK_NEAR bool zk_in_interrupt(void);
+bool zk_in_interrupt(void);
 struct task_struct *zk_current(void);
-ZK_NEAR pid_t zk_current_pid(void);
+pid_t zk_current_pid(void);
 bool zk_current_is_kthread(void);
 char *zk_task_comm(struct task_struct *task);
 pid_t zk_task_pid_nr(const struct task_struct *task);
@@ -252,62 +276,64 @@ void zk_put_task_struct(struct task_struct *task);
  * Copies the command name of the task with that PID, as the calling task sees
  * PIDs. False when there is none; then nothing is copied.
  */
-ZK_NEAR bool zk_comm_of_pid(pid_t pid, char comm[ZK_TASK_COMM_LEN]);
-struct task_struct *(kthread_create_on_node)(int (*fn)(void *data), void *data,
-					     int node, const char namefmt[],
-					     ...)
+bool zk_comm_of_pid(pid_t pid, char comm[ZK_TASK_COMM_LEN]);
+ZK_FAR struct task_struct *(kthread_create_on_node)(int (*fn)(void *data),
+						    void *data, int node,
+						    const char namefmt[], ...)
 	__attribute__((format(printf, 4, 5)));
-int(wake_up_process)(struct task_struct *task);
-void(set_user_nice)(struct task_struct *task, long nice);
+ZK_FAR int(wake_up_process)(struct task_struct *task);
+ZK_FAR void(set_user_nice)(struct task_struct *task, long nice);
 
 /* Refused with an error on a kernel that does not export its own. */
 int zk_sched_setscheduler(struct task_struct *task, int policy, int priority);
 
 /* Signals. */
-void(kernel_sigaction)(int signal, __sighandler_t action);
-int(kill_pid)(struct pid *pid, int signal, int privileged);
-void(flush_signals)(struct task_struct *task);
+ZK_FAR void(kernel_sigaction)(int signal, __sighandler_t action);
+ZK_FAR int(kill_pid)(struct pid *pid, int signal, int privileged);
+ZK_FAR void(flush_signals)(struct task_struct *task);
 bool zk_signal_pending(void);
-ZK_NEAR bool zk_fatal_signal_pending(void);
+bool zk_fatal_signal_pending(void);
 
 /* True when the signal waits for the task itself or for its whole group. */
 bool zk_signal_is_pending(int signal);
 void zk_complete_and_exit(long code) __attribute__((noreturn));
 
 /* Timers. */
-unsigned long zk_jiffies(void);
-unsigned long(__msecs_to_jiffies)(const unsigned int msecs);
-void(init_timer_key)(struct timer_list *timer,
-		     void (*function)(struct timer_list *timer),
-		     unsigned int flags, const char *name,
-		     struct lock_class_key *key);
+extern unsigned long volatile jiffies;
+ZK_FAR unsigned long(__msecs_to_jiffies)(const unsigned int msecs);
+ZK_FAR void(init_timer_key)(struct timer_list *timer,
+			    void (*function)(struct timer_list *timer),
+			    unsigned int flags, const char *name,
+			    struct lock_class_key *key);
 
 /* Starts a timer that expires when that many ticks are over. */
-ZK_NEAR void zk_add_timer(struct timer_list *timer, unsigned long ticks);
-int(del_timer)(struct timer_list *timer);
-void(hrtimer_init)(struct hrtimer *timer, clockid_t clock,
-		   enum hrtimer_mode mode);
+void zk_add_timer(struct timer_list *timer, unsigned long ticks);
+ZK_FAR int(del_timer)(struct timer_list *timer);
+ZK_FAR void(hrtimer_init)(struct hrtimer *timer, clockid_t clock,
+			  enum hrtimer_mode mode);
 void zk_hrtimer_set_function(
 	struct hrtimer *timer,
 	enum hrtimer_restart (*function)(struct hrtimer *timer));
-void(hrtimer_start_range_ns)(struct hrtimer *timer, ktime_t expires, u64 slack,
-			     const enum hrtimer_mode mode);
-int(hrtimer_cancel)(struct hrtimer *timer);
+ZK_FAR void(hrtimer_start_range_ns)(struct hrtimer *timer, ktime_t expires,
+				    u64 slack, const enum hrtimer_mode mode);
+ZK_FAR int(hrtimer_cancel)(struct hrtimer *timer);
 
 /* Sleeping and waiting. */
-void(__init_waitqueue_head)(struct wait_queue_head *queue, const char *name,
-			    struct lock_class_key *key);
-void(init_wait_entry)(struct wait_queue_entry *entry, int flags);
-long(prepare_to_wait_event)(struct wait_queue_head *queue,
-			    struct wait_queue_entry *entry, int state);
-void(finish_wait)(struct wait_queue_head *queue,
-		  struct wait_queue_entry *entry);
-void(__wake_up)(struct wait_queue_head *queue, unsigned int mode, int count,
-		void *key);
-asmlinkage void(schedule)(void);
-signed long(schedule_timeout)(signed long timeout);
-void(yield)(void);
-void(usleep_range)(unsigned long min, unsigned long max);
+ZK_FAR void(__init_waitqueue_head)(struct wait_queue_head *queue,
+				   const char *name,
+				   struct lock_class_key *key);
+ZK_FAR void(init_wait_entry)(struct wait_queue_entry *entry, int flags);
+ZK_FAR long(prepare_to_wait_event)(struct wait_queue_head *queue,
+				   struct wait_queue_entry *entry, int state);
+ZK_FAR void(finish_wait)(struct wait_queue_head *queue,
+			 struct wait_queue_entry *entry);
+ZK_FAR void(__wake_up)(struct wait_queue_head *queue, unsigned int mode,
+		       int count, void *key);
+ZK_FAR asmlinkage void(schedule)(void);
+ZK_FAR signed long(schedule_timeout)(signed long timeout);
+void zk_cond_resched(void);
+ZK_FAR void(yield)(void);
+ZK_FAR void(usleep_range)(unsigned long min, unsigned long max);
 void zk_udelay(unsigned long usecs);
 
 /* Network events. */
@@ -318,24 +344,24 @@ int zk_register_netevent_notifier(struct notifier_block *block);
 int zk_unregister_netevent_notifier(struct notifier_block *block);
 
 /* Clocks. */
-ktime_t(ktime_get_coarse_with_offset)(enum tk_offsets offs);
-ktime_t(ktime_get_with_offset)(enum tk_offsets offs);
-u32(ktime_get_resolution_ns)(void);
+ZK_FAR ktime_t(ktime_get_coarse_with_offset)(enum tk_offsets offs);
+ZK_FAR ktime_t(ktime_get_with_offset)(enum tk_offsets offs);
+ZK_FAR u32(ktime_get_resolution_ns)(void);
 void zk_ktime_get_ts64(s64 *secs, u32 *nsecs);
 
 /* Proc and sequence files. */
-struct proc_dir_entry *(proc_mkdir)(const char *name,
-				    struct proc_dir_entry *parent);
-struct proc_dir_entry *(proc_create)(const char *name, umode_t mode,
-				     struct proc_dir_entry *parent,
-				     const struct proc_ops *ops);
-void(remove_proc_entry)(const char *name, struct proc_dir_entry *parent);
+ZK_FAR struct proc_dir_entry *(proc_mkdir)(const char *name,
+					   struct proc_dir_entry *parent);
+ZK_FAR struct proc_dir_entry *(proc_create)(const char *name, umode_t mode,
+					    struct proc_dir_entry *parent,
+					    const struct proc_ops *ops);
+ZK_FAR void(remove_proc_entry)(const char *name, struct proc_dir_entry *parent);
 const struct proc_ops *zk_report_ops(unsigned int report);
-int(single_open_size)(struct file *file,
-		      int (*show)(struct seq_file *seq, void *unused),
-		      void *data, size_t size);
-int(single_release)(struct inode *inode, struct file *file);
-void(seq_vprintf)(struct seq_file *seq, const char *fmt, va_list args);
+ZK_FAR int(single_open_size)(struct file *file,
+			     int (*show)(struct seq_file *seq, void *unused),
+			     void *data, size_t size);
+ZK_FAR int(single_release)(struct inode *inode, struct file *file);
+ZK_FAR void(seq_vprintf)(struct seq_file *seq, const char *fmt, va_list args);
 struct seq_file *zk_seq_of(struct file *file);
 bool zk_seq_has_overflowed(struct seq_file *seq);
 void *zk_seq_private(struct seq_file *seq);

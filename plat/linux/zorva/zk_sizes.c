@@ -5,6 +5,7 @@
  */
 #include <linux/gfp.h>
 #include <linux/hrtimer.h>
+#include <linux/jiffies.h>
 #include <linux/kbuild.h>
 #include <linux/list.h>
 #include <linux/lockdep.h>
@@ -30,6 +31,7 @@ int main(void)
 	DEFINE(ZK_GFP_ZERO, (__force unsigned int)__GFP_ZERO);
 	DEFINE(ZK_TK_OFFS_BOOT, TK_OFFS_BOOT);
 	DEFINE(ZK_PAGE_SIZE, PAGE_SIZE);
+	DEFINE(ZK_INITIAL_JIFFIES, INITIAL_JIFFIES);
 	DEFINE(ZK_HRTIMER_MODE_REL, HRTIMER_MODE_REL);
 	DEFINE(ZK_TASK_INTERRUPTIBLE, TASK_INTERRUPTIBLE);
 	DEFINE(ZK_TASK_COMM_LEN, TASK_COMM_LEN);

@@ -14,6 +14,17 @@ namespace
 
 constexpr size_t report_size = 257;
 
+void print(u32 level, const debug_site &site, const char *format, va_list args)
+{
+	char text[report_size] = {};
+
+	vsnprintf(text, sizeof(text), format, args);
+	if (!_sys_dbg_pr_fn)
+		return;
+	_sys_dbg_pr_fn(ZORVA_COMPONENT_SELF, -1, level, site.file, site.func,
+		       site.line, "%s", text);
+}
+
 } // namespace
 
 u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn)
@@ -26,14 +37,27 @@ u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn)
 void zorva_debug_print(u32 level, const char *file, const char *func, s32 line,
 		       const char *format, ...)
 {
-	char text[report_size] = {};
 	va_list args;
 
 	va_start(args, format);
-	vsnprintf(text, sizeof(text), format, args);
+	print(level, { file, func, line }, format, args);
 	va_end(args);
-	if (!_sys_dbg_pr_fn)
-		return;
-	_sys_dbg_pr_fn(ZORVA_COMPONENT_SELF, -1, level, file, func, line, "%s",
-		       text);
+}
+
+void zorva_debug_message(const debug_message *message, ...)
+{
+	va_list args;
+
+	va_start(args, message);
+	print(message->level, message->site, message->format, args);
+	va_end(args);
+}
+
+u32 zorva_debug_refuse(const debug_refusal *refusal)
+{
+	const debug_site &site = refusal->site;
+
+	zorva_debug_print(ZORVA_LEVEL_ERROR, site.file, site.func, site.line,
+			  "invalid parameter");
+	return refusal->result;
 }

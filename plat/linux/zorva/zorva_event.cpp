@@ -11,7 +11,7 @@
 #include "zorva_debug.h"
 #include "zorva/mem.h"
 
-zorva_event_t *zorva_event_create(u32 compId, const char *name)
+[[gnu::cold]] zorva_event_t *zorva_event_create(u32 compId, const char *name)
 {
 	ZORVA_CHECK(compId != 0, nullptr);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
@@ -44,7 +44,7 @@ zorva_event_t *zorva_event_create(u32 compId, const char *name)
 	return event;
 }
 
-u32 zorva_event_destroy(u32 compId, zorva_event_t *event)
+[[gnu::cold]] u32 zorva_event_destroy(u32 compId, zorva_event_t *event)
 {
 	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);

@@ -11,11 +11,12 @@
  */
 class irq_spin_guard {
 public:
-	[[nodiscard]] explicit irq_spin_guard(spinlock_t &lock)
+	[[nodiscard,
+	  gnu::always_inline]] explicit irq_spin_guard(spinlock_t &lock)
 		: lock_(lock), flags_(zk_spin_lock_irqsave(&lock))
 	{
 	}
-	~irq_spin_guard()
+	[[gnu::always_inline]] ~irq_spin_guard()
 	{
 		zk_spin_unlock_irqrestore(&lock_, flags_);
 	}
@@ -27,14 +28,37 @@ private:
 	const unsigned long flags_;
 };
 
+/* The same for a lock that has functions of its own. */
+template <unsigned long (*lock)(), void (*unlock)(unsigned long)>
+class irq_guard {
+public:
+	[[nodiscard, gnu::always_inline]] irq_guard() : flags_(lock())
+	{
+	}
+	[[gnu::always_inline]] ~irq_guard()
+	{
+		unlock(flags_);
+	}
+	irq_guard(const irq_guard &) = delete;
+	irq_guard &operator=(const irq_guard &) = delete;
+
+private:
+	const unsigned long flags_;
+};
+
+/* Hold _mallocMemLck, and _zorvaTimerLock. */
+using memory_guard = irq_guard<zk_lock_memory, zk_unlock_memory>;
+using timer_guard = irq_guard<zk_lock_timers, zk_unlock_timers>;
+
 /* Holds a semaphore of count 1 that serves as a sleeping lock. */
 class sema_guard {
 public:
-	[[nodiscard]] explicit sema_guard(semaphore &lock) : lock_(lock)
+	[[nodiscard, gnu::always_inline]] explicit sema_guard(semaphore &lock)
+		: lock_(lock)
 	{
 		down(&lock_);
 	}
-	~sema_guard()
+	[[gnu::always_inline]] ~sema_guard()
 	{
 		up(&lock_);
 	}
@@ -48,11 +72,13 @@ private:
 /* Holds a mutex of the kernel. */
 class mutex_guard {
 public:
-	[[nodiscard]] explicit mutex_guard(struct mutex &lock) : lock_(lock)
+	[[nodiscard,
+	  gnu::always_inline]] explicit mutex_guard(struct mutex &lock)
+		: lock_(lock)
 	{
 		zk_mutex_lock(&lock_);
 	}
-	~mutex_guard()
+	[[gnu::always_inline]] ~mutex_guard()
 	{
 		mutex_unlock(&lock_);
 	}

@@ -58,8 +58,8 @@ int open_report(struct file *file, int (*show)(struct seq_file *seq, void *))
 	return 0;
 }
 
-template <int (*dump)(struct seq_file *seq)>
-int show_report(struct seq_file *seq, void *)
+[[gnu::noinline]] int run_dump(struct seq_file *seq,
+			       int (*dump)(struct seq_file *seq))
 {
 	auto *const priv =
 		static_cast<zorva_proc_priv_t *>(zk_seq_private(seq));
@@ -67,6 +67,13 @@ int show_report(struct seq_file *seq, void *)
 	dump(seq);
 	priv->state = 0;
 	return 0;
+}
+
+/* What the sequence file calls. */
+template <int (*dump)(struct seq_file *seq)>
+int show_report(struct seq_file *seq, void *)
+{
+	return run_dump(seq, dump);
 }
 
 } // namespace

@@ -45,7 +45,7 @@ void link(block_header *block)
  * Takes a block out of the list and off its owner's account. Its own links
  * stay as they were. A damaged owner has no account to take it off.
  */
-void retire(block_header *block)
+[[gnu::always_inline]] inline void retire(block_header *block)
 {
 	if (_pZorvaMallocMemList == block)
 		_pZorvaMallocMemList = block->next;
@@ -89,7 +89,7 @@ void *zorva_malloc_track(u32 compId, u32 size, const char *file, u32 line)
 
 	block_header *const block = static_cast<block_header *>(memory);
 	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId];
-	const irq_spin_guard lock(_mallocMemLck);
+	const memory_guard lock;
 
 	block->size = size;
 	block->compId = compId;
@@ -101,7 +101,8 @@ void *zorva_malloc_track(u32 compId, u32 size, const char *file, u32 line)
 	block->file[last_of_file] = '\0';
 	block->allocTime = uptime_secs();
 	link(block);
-	*guard_of(block) = guard_magic;
+	*reinterpret_cast<u32 *>(user_area(block) + rounded(size)) =
+		guard_magic;
 
 	usage.currUsage += size;
 	++usage.allocCount;
@@ -120,7 +121,7 @@ void zorva_free_track(u32 compId, void *ptr, const char *file, u32 line)
 	block_header *const block = header_of(ptr);
 
 	{
-		const irq_spin_guard lock(_mallocMemLck);
+		const memory_guard lock;
 
 		if (unlikely(block->magic != header_magic)) {
 			ZORVA_ERROR("Memory header corrupt! Invalid magic.");
@@ -160,7 +161,7 @@ void zorva_free_cleanup(void **pptr)
 	block_header *const block = header_of(*pptr);
 
 	{
-		const irq_spin_guard lock(_mallocMemLck);
+		const memory_guard lock;
 
 		if (unlikely(block->inUse != 1 ||
 			     block->startMagic != start_alive)) {

@@ -11,6 +11,7 @@
 #include "zorva_mem.h"
 #include "zorva_clock.h"
 #include "zorva_guard.h"
+#include "zorva_snapshot.h"
 #include "zorva_text.h"
 
 constinit char _targetComp[16] = {};
@@ -34,13 +35,10 @@ struct block_view {
 struct memory_view {
 	u32 now; /* seconds since boot */
 	zorva_mem_usage_t usage[ZORVA_COMPONENTS];
-	block_view *blocks; /* null when there is no memory for them */
-	u32 count;
+	snapshot blocks; /* null when there is no memory for them */
+	bool filtered;
+	bool shown[ZORVA_COMPONENTS]; /* whatever they use */
 };
-
-/* How many more blocks may come between the count and the copy. */
-constexpr u32 spare_blocks = 64;
-constexpr u32 copy_attempts = 3;
 
 /*
  * The value shown of a torn block is meant to be read at four times the
@@ -89,7 +87,7 @@ struct block_marks {
 	mark_torn(view);
 }
 
-void print_block(struct seq_file *seq, const block_view &view)
+[[gnu::cold]] void print_block(struct seq_file *seq, const block_view &view)
 {
 	const char *const file = reinterpret_cast<const char *>(view.file);
 
@@ -107,15 +105,21 @@ void print_block(struct seq_file *seq, const block_view &view)
 }
 
 /* Prints those of a component's blocks that were copied. */
-void print_copied(struct seq_file *seq, const memory_view &view, u32 compId)
+[[gnu::cold]] void print_copied(struct seq_file *seq, const memory_view &view,
+				u32 compId)
 {
-	for (u32 i = 0; i < view.count; ++i)
-		if (view.blocks[i].compId == compId)
-			print_block(seq, view.blocks[i]);
+	const auto *const end = static_cast<block_view *>(view.blocks.end);
+
+	for (const auto *block = static_cast<block_view *>(view.blocks.views);
+	     block != end; ++block)
+		if (block->compId == compId) {
+			print_block(seq, *block);
+			zk_cond_resched();
+		}
 }
 
 /* Prints a component's blocks as they are; the lock is held. */
-void print_listed(struct seq_file *seq, u32 compId)
+[[gnu::cold]] void print_listed(struct seq_file *seq, u32 compId)
 {
 	for (block_header *block = _pZorvaMallocMemList; block;
 	     block = block->next) {
@@ -128,14 +132,16 @@ void print_listed(struct seq_file *seq, u32 compId)
 	}
 }
 
-bool is_shown(const memory_view &view, u32 compId)
+/* Reads the filter once: it may be written while the report is made. */
+[[gnu::cold]] void read_filter(memory_view &view)
 {
-	if (_targetComp[0] && strcmp(_targetComp, _componentName[compId]) != 0)
-		return false;
-	return view.usage[compId].currUsage != 0;
+	view.filtered = _targetComp[0];
+	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i)
+		view.shown[i] = !view.filtered ||
+				strcmp(_targetComp, _componentName[i]) == 0;
 }
 
-void print_view(struct seq_file *seq, const memory_view &view)
+[[gnu::cold]] void print_view(struct seq_file *seq, const memory_view &view)
 {
 	zorva_proc_printf(seq, "\n");
 	zorva_proc_printf(seq, "----------------\n");
@@ -144,7 +150,7 @@ void print_view(struct seq_file *seq, const memory_view &view)
 	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i) {
 		const zorva_mem_usage_t &usage = view.usage[i];
 
-		if (!is_shown(view, i))
+		if (!view.shown[i] || !usage.currUsage)
 			continue;
 		zorva_proc_printf(seq, "Component   : %s\n", _componentName[i]);
 		zorva_proc_printf(seq, "Curr Usage  : %u\n", usage.currUsage);
@@ -152,7 +158,7 @@ void print_view(struct seq_file *seq, const memory_view &view)
 		zorva_proc_printf(seq, "Alloc Count : %u\n", usage.allocCount);
 		zorva_proc_printf(seq, "Free Count  : %u\n", usage.freeCount);
 		zorva_proc_printf(seq, "----------------\n");
-		if (view.blocks)
+		if (view.blocks.views)
 			print_copied(seq, view, i);
 		else
 			print_listed(seq, i);
@@ -177,11 +183,11 @@ u32 count_blocks()
 	return count;
 }
 
-u32 room_for_blocks()
+u32 count_under_lock(void *)
 {
-	const irq_spin_guard lock(_mallocMemLck);
+	const memory_guard lock;
 
-	return count_blocks() + spare_blocks;
+	return count_blocks();
 }
 
 /*
@@ -212,53 +218,59 @@ u32 room_for_blocks()
 	return next;
 }
 
-/* Copies all; false when more blocks may be listed than there is room for. */
-bool copy_all(memory_view &view, u32 room)
+/*
+ * The same for those of the components that are shown. Of others nothing is
+ * read but the header: a guard lies where a size says, which may have been
+ * overwritten.
+ */
+[[gnu::cold]] block_view *copy_shown(block_view *next, u32 room,
+				     const memory_view &view)
 {
-	const irq_spin_guard lock(_mallocMemLck);
+	for (block_header *block = _pZorvaMallocMemList; block;
+	     block = block->next) {
+		if (!room--)
+			return nullptr;
+		if (!block->inUse || block->compId >= ZORVA_COMPONENTS ||
+		    !view.shown[block->compId])
+			continue;
+		view_block(*next, block, block->size);
+		++next;
+	}
+	return next;
+}
+
+/* Copies all; null when more blocks may be listed than there is room for. */
+void *copy_all(void *context, void *views, u32 room)
+{
+	auto &view = *static_cast<memory_view *>(context);
+	auto *const first = static_cast<block_view *>(views);
+
+	memset(first, 0, room * sizeof(*first));
+
+	const memory_guard lock;
 
 	if (count_blocks() > room)
-		return false;
+		return nullptr;
 
-	const block_view *const end = copy_blocks(view.blocks, room);
+	block_view *const end = view.filtered ? copy_shown(first, room, view)
+					      : copy_blocks(first, room);
 
-	if (!end)
-		return false;
-	view.count = end - view.blocks;
-	view_usage(view);
-	return true;
+	if (end)
+		view_usage(view);
+	return end;
 }
 
-/* Copies all into memory of its own; false when that could not be had. */
-bool make_view(memory_view &view)
-{
-	view.blocks = nullptr;
-	for (u32 attempt = 0; attempt < copy_attempts; ++attempt) {
-		const u32 room = room_for_blocks();
-		size_t size;
-
-		if (__builtin_mul_overflow(room, sizeof(block_view), &size))
-			return false;
-		view.blocks = static_cast<block_view *>(zk_kvmalloc(size));
-		if (!view.blocks)
-			return false;
-		memset(view.blocks, 0, size);
-		if (copy_all(view, room))
-			return true;
-		kvfree(view.blocks);
-		view.blocks = nullptr;
-	}
-	return false;
-}
+constexpr snapshot_maker blocks = { sizeof(block_view), count_under_lock,
+				    copy_all };
 
 } // namespace
 
-int zorva_mem_dump(struct seq_file *seq)
+[[gnu::cold]] int zorva_mem_dump(struct seq_file *seq)
 {
 	memory_view view;
 
 	{
-		const irq_spin_guard lock(_mallocMemLck);
+		const memory_guard lock;
 
 		view_usage(view);
 	}
@@ -282,23 +294,25 @@ int zorva_mem_dump(struct seq_file *seq)
 	return 0;
 }
 
-int zorva_mem_dump_detail(struct seq_file *seq)
+[[gnu::cold]] int zorva_mem_dump_detail(struct seq_file *seq)
 {
 	memory_view view;
 
-	if (make_view(view)) {
+	read_filter(view);
+	if (make_snapshot(view.blocks, blocks, &view)) {
 		print_view(seq, view);
-		kvfree(view.blocks);
+		kvfree(view.blocks.views);
 	} else {
-		const irq_spin_guard lock(_mallocMemLck);
+		const memory_guard lock;
 
+		view.blocks.views = nullptr;
 		view_usage(view);
 		print_view(seq, view);
 	}
 	return 0;
 }
 
-void zorva_mem_write_detail(const char *text)
+[[gnu::cold]] void zorva_mem_write_detail(const char *text)
 {
 	char name[33] = {};
 	char *end = name;

@@ -5,11 +5,13 @@
  *
  * A queue's semaphore is taken before its mutex, and the mutex is given before
  * the other semaphore. zorva_msgq_list_lock guards the list of queues only; no
- * lock of a queue is taken under it.
+ * lock of a queue is taken under it. The report copies what it shows under it,
+ * and prints outside; when there is no memory for that, it prints under it.
  */
 #include "zorva_msgq.h"
 #include "zorva_debug.h"
 #include "zorva_guard.h"
+#include "zorva_snapshot.h"
 #include "zorva_text.h"
 #include "zorva/mem.h"
 
@@ -149,9 +151,9 @@ u32 destroy_locks(u32 compId, zorva_msg_queue *queue)
 
 } // namespace
 
-zorva_msg_queue_t *zorva_msg_queue_create_track(u32 compId, const char *name,
-						u32 maxDepth, u32 msgSize,
-						const char *, u32 line)
+[[gnu::cold]] zorva_msg_queue_t *
+zorva_msg_queue_create_track(u32 compId, const char *name, u32 maxDepth,
+			     u32 msgSize, const char *, u32 line)
 {
 	ZORVA_CHECK(compId != 0, nullptr);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
@@ -211,7 +213,8 @@ zorva_msg_queue_t *zorva_msg_queue_create_track(u32 compId, const char *name,
 	return queue;
 }
 
-u32 zorva_msg_queue_delete_track(u32 compId, zorva_msg_queue_t *queue)
+[[gnu::cold]] u32 zorva_msg_queue_delete_track(u32 compId,
+					       zorva_msg_queue_t *queue)
 {
 	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
@@ -308,25 +311,71 @@ s32 zorva_msg_queue_max_depth(u32 compId, zorva_msg_queue_t *queue)
 	return read_locked(compId, queue, &msg_ring::maxSeen);
 }
 
+namespace
+{
+
+/* What the report shows of a queue. */
+struct queue_view {
+	msg_ring ring;
+	char name[sizeof(zorva_msg_queue::name)];
+};
+
+unsigned long lock_queues()
+{
+	zk_mutex_lock(&zorva_msgq_list_lock);
+	return 0;
+}
+
+void unlock_queues(unsigned long)
+{
+	mutex_unlock(&zorva_msgq_list_lock);
+}
+
+void *next_queue(void *last)
+{
+	const void *const before =
+		last ? static_cast<const zorva_msg_queue *>(last)->link
+		     : static_cast<const void *>(&zorva_msgq_list);
+	void *const link = zk_list_next_unaligned(before);
+
+	return link == &zorva_msgq_list
+		       ? nullptr
+		       : container_of(link, zorva_msg_queue, link);
+}
+
+void copy_queue(void *copy, void *listed)
+{
+	auto &view = *static_cast<queue_view *>(copy);
+	const auto *const queue = static_cast<const zorva_msg_queue *>(listed);
+
+	view.ring = ring_of(queue);
+	memcpy(view.name, queue->name, sizeof(view.name));
+}
+
+bool print_queue(struct seq_file *seq, const void *copy)
+{
+	const auto &view = *static_cast<const queue_view *>(copy);
+	const msg_ring &ring = view.ring;
+
+	zorva_proc_printf(seq, "Queue Name   : %.33s\n", view.name);
+	zorva_proc_printf(seq, "Component ID : %u (%s)\n", ring.component,
+			  _componentName[ring.component]);
+	zorva_proc_printf(seq, "Msg Size     : %u bytes\n", ring.msgSize);
+	zorva_proc_printf(seq, "Max Depth    : %u\n", ring.maxDepth);
+	zorva_proc_printf(seq, "Curr Depth   : %d\n", ring.currDepth);
+	zorva_proc_printf(seq, "Max Seen     : %d\n\n", ring.maxSeen);
+	return true;
+}
+
+constexpr report_source queues = {
+	sizeof(queue_view), lock_queues, unlock_queues, next_queue,
+	copy_queue,	    print_queue, nullptr
+};
+
+} // namespace
+
 int zorva_msg_queue_dump(struct seq_file *seq)
 {
-	const mutex_guard lock(zorva_msgq_list_lock);
-
-	for (void *link = zk_list_next_unaligned(&zorva_msgq_list);
-	     link != &zorva_msgq_list; link = zk_list_next_unaligned(link)) {
-		const zorva_msg_queue *const queue =
-			container_of(link, zorva_msg_queue, link);
-		const msg_ring &ring = ring_of(queue);
-
-		zorva_proc_printf(seq, "Queue Name   : %s\n", queue->name);
-		zorva_proc_printf(seq, "Component ID : %u (%s)\n",
-				  ring.component,
-				  _componentName[ring.component]);
-		zorva_proc_printf(seq, "Msg Size     : %u bytes\n",
-				  ring.msgSize);
-		zorva_proc_printf(seq, "Max Depth    : %u\n", ring.maxDepth);
-		zorva_proc_printf(seq, "Curr Depth   : %d\n", ring.currDepth);
-		zorva_proc_printf(seq, "Max Seen     : %d\n\n", ring.maxSeen);
-	}
+	show_all(seq, queues);
 	return 0;
 }

@@ -131,8 +131,10 @@ void warn_in_interrupt(const char *func, const char *file, u32 line)
 
 } // namespace
 
-zorva_mutex_t *zorva_mutex_create_track(u32 compId, const char *name,
-					const char *file, u32 line)
+[[gnu::cold]] zorva_mutex_t *zorva_mutex_create_track(u32 compId,
+						      const char *name,
+						      const char *file,
+						      u32 line)
 {
 	ZORVA_CHECK(compId != 0, nullptr);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
@@ -151,8 +153,8 @@ zorva_mutex_t *zorva_mutex_create_track(u32 compId, const char *name,
 	return mutex;
 }
 
-u32 zorva_mutex_destroy_track(u32 compId, zorva_mutex_t *mutex,
-			      const char *file, u32 line)
+[[gnu::cold]] u32 zorva_mutex_destroy_track(u32 compId, zorva_mutex_t *mutex,
+					    const char *file, u32 line)
 {
 	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
@@ -230,15 +232,15 @@ u32 zorva_mutex_is_locked_track(u32 compId, zorva_mutex_t *mutex)
 	return locker == zk_current_pid() ? mutex->locked : 0;
 }
 
-void zorva_mutex_history_record(zorva_mutex *mutex, u32 action,
-				const char *file, u32 line)
+[[gnu::cold]] void zorva_mutex_history_record(zorva_mutex *mutex, u32 action,
+					      const char *file, u32 line)
 {
 	record(mutex, action, file, line);
 }
 
-zorva_sem_t *zorva_sem_create_track(u32 compId, const char *name,
-				    u32 initialCount, const char *file,
-				    u32 line)
+[[gnu::cold]] zorva_sem_t *zorva_sem_create_track(u32 compId, const char *name,
+						  u32 initialCount,
+						  const char *file, u32 line)
 {
 	ZORVA_CHECK(compId != 0, nullptr);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, nullptr);
@@ -259,7 +261,8 @@ zorva_sem_t *zorva_sem_create_track(u32 compId, const char *name,
 }
 
 /* The file is meant not to be tested, unlike that of a mutex. */
-u32 zorva_sem_destroy_track(u32 compId, zorva_sem_t *sem, const char *, u32)
+[[gnu::cold]] u32 zorva_sem_destroy_track(u32 compId, zorva_sem_t *sem,
+					  const char *, u32)
 {
 	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
@@ -356,8 +359,9 @@ u32 zorva_sem_give_track(u32 compId, zorva_sem_t *sem, const char *file,
 	return ZORVA_RC_OK;
 }
 
-void zorva_sem_history_record(zorva_sem *sem, u32 timeout, u32 action,
-			      const char *file, u32 line)
+[[gnu::cold]] void zorva_sem_history_record(zorva_sem *sem, u32 timeout,
+					    u32 action, const char *file,
+					    u32 line)
 {
 	record(sem, timeout, action, file, line);
 }

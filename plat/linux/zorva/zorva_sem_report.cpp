@@ -2,123 +2,223 @@
 /*
  * The four reports of mutexes and semaphores.
  *
- * A report holds its registry for the whole walk, so takes and gives of that
- * kind wait for it. It takes no object's own lock: status, locker and count
- * are read while others may be changing them.
+ * Takes and gives of a kind wait for its registry, so a report copies what it
+ * shows while it holds that, and prints it afterwards; when there is no memory
+ * for the copies, it holds the registry for the whole walk. It takes no
+ * object's own lock: status, locker and count are read while others may be
+ * changing them.
  */
 #include "zorva_sem.h"
 #include "zorva_atomic.h"
 #include "zorva_clock.h"
-#include "zorva_debug.h"
-#include "zorva_guard.h"
+#include "zorva_snapshot.h"
+#include "zorva/components.h"
 
 namespace
 {
 
-/* Prints a line; the report ends, with false, when that fills the buffer. */
-#define PRINT(...)                                                             \
-	do {                                                                   \
-		zorva_proc_printf(seq, __VA_ARGS__);                           \
-		if (zk_seq_has_overflowed(seq))                                \
-			return false;                                          \
-	} while (0)
+/* Prints a line; false, and the report ends, when that fills the buffer. */
+[[gnu::format(printf, 2, 3)]] bool print(struct seq_file *seq,
+					 const char *format, ...)
+{
+	va_list args;
+
+	va_start(args, format);
+	seq_vprintf(seq, format, args);
+	va_end(args);
+	return !zk_seq_has_overflowed(seq);
+}
+
+/* The registry of each kind. */
+template <class Record>
+constexpr lock_registry<Record> &registry_of();
+
+template <>
+constexpr lock_registry<zorva_mutex> &registry_of()
+{
+	return _zorvaMutexDbg;
+}
+
+template <>
+constexpr lock_registry<zorva_sem> &registry_of()
+{
+	return _zorvaSemDbg;
+}
 
 bool is_locked(zorva_mutex *mutex)
 {
 	return mutex_is_locked(&mutex->mutex);
 }
 
-bool is_locked(zorva_sem *sem)
+bool is_locked(const zorva_sem *sem)
 {
 	return zk_sema_count(&sem->semaphore) == 0;
 }
 
-s32 locker_of(zorva_mutex *mutex)
+/* What is shown of a call; of a semaphore's take, the limit as well. */
+struct entry_view {
+	u32 time;
+	u32 timeout;
+	u32 line;
+	u32 action;
+	char file[file_size];
+	bool has_timeout;
+};
+
+/* An object as it was when it was copied, and its calls, newest first. */
+struct lock_view {
+	u32 index;
+	char name[name_size];
+	u32 component;
+	bool locked;
+	bool shows_locker;
+	s32 locker;
+	char lockerName[sizeof(zorva_mutex::lockerName)];
+	u32 entries;
+	entry_view history[history_slots];
+};
+
+/* Tested afresh each time, after the locker was read: it may change. */
+void copy_state(lock_view &view, zorva_mutex *mutex, bool detail)
 {
-	return atomic_read(mutex->lockerPid);
+	view.locker = atomic_read(mutex->lockerPid);
+	view.locked = is_locked(mutex);
+	view.shows_locker = !detail || is_locked(mutex);
+	memcpy(view.lockerName, mutex->lockerName, sizeof(view.lockerName));
 }
 
 /* A semaphore does not know who holds it. */
-s32 locker_of(zorva_sem *)
+void copy_state(lock_view &view, const zorva_sem *sem, bool)
 {
-	return 0;
+	view.locked = is_locked(sem);
+	view.shows_locker = false;
 }
 
-bool print_locker(struct seq_file *seq, zorva_mutex *mutex, s32 locker,
-		  bool detail)
+void copy_timeout(entry_view &view, const mutex_entry &)
 {
-	if (!detail || is_locked(mutex))
-		PRINT("Locker    : %d (%s)\n", locker, mutex->lockerName);
-	return true;
+	view.has_timeout = false;
 }
 
-bool print_locker(struct seq_file *, zorva_sem *, s32, bool)
+void copy_timeout(entry_view &view, const sem_entry &entry)
 {
-	return true;
+	view.has_timeout = entry.action == action_take;
+	view.timeout = entry.timeout;
 }
 
-const char *action_name(u32 action)
+template <class Record, bool detail>
+void copy_object(void *copy, void *listed)
 {
-	return action ? "Give" : "Take";
+	auto &view = *static_cast<lock_view *>(copy);
+	auto *const record = static_cast<Record *>(listed);
+
+	view.index = record->index;
+	view.component = record->component;
+	memcpy(view.name, record->name, sizeof(view.name));
+	copy_state(view, record, detail);
+
+	u32 i = 0;
+
+	for (; i < history_slots; ++i) {
+		const auto &from = record->history[(record->historyHead - i) %
+						   history_slots];
+		entry_view &to = view.history[i];
+
+		if (!from.line)
+			break;
+		to.time = from.time;
+		to.line = from.line;
+		to.action = from.action;
+		copy_words(reinterpret_cast<u32 *>(to.file),
+			   reinterpret_cast<const u32 *>(from.file));
+		copy_timeout(to, from);
+	}
+	view.entries = i;
 }
 
-bool print_entry(struct seq_file *seq, const mutex_entry &entry)
-{
-	PRINT("  [%016llu] %s @%s, %d\n", static_cast<u64>(entry.time),
-	      action_name(entry.action), entry.file, entry.line);
-	return true;
-}
-
-bool print_entry(struct seq_file *seq, const sem_entry &entry)
+bool print_entry(struct seq_file *seq, const entry_view &entry)
 {
 	/* A limit of eight digits or more does not fit, and is cut. */
 	char suffix[16] = {};
 
-	if (entry.action == action_take) {
+	if (entry.has_timeout) {
 		if (entry.timeout == ZORVA_WAIT_FOREVER)
 			copy_text(suffix, " (forever)", sizeof(suffix));
 		else
 			snprintf(suffix, sizeof(suffix), " (%u msec)",
 				 entry.timeout);
 	}
-	PRINT("  [%016llu] %s @%s, %d%s\n", static_cast<u64>(entry.time),
-	      action_name(entry.action), entry.file, entry.line, suffix);
-	return true;
+	return print(seq, "  [%016llu] %s @%s, %d%s\n",
+		     static_cast<u64>(entry.time),
+		     entry.action ? "Give" : "Take", entry.file, entry.line,
+		     suffix);
 }
 
-/* Prints an object and its history, newest call first. */
-template <class Record>
-bool print_object(struct seq_file *seq, Record *record, bool detail)
+bool print_object(struct seq_file *seq, const void *copy)
 {
-	const s32 locker = locker_of(record);
+	const auto &view = *static_cast<const lock_view *>(copy);
 
-	PRINT("Index     : %d\n", record->index);
-	PRINT("Name      : %s\n", record->name);
-	PRINT("Component : %s (%d)\n", _componentName[record->component],
-	      record->component);
-	PRINT("Status    : %s\n", is_locked(record) ? "Take" : "Give");
-	if (!print_locker(seq, record, locker, detail))
+	if (!print(seq, "Index     : %d\n", view.index) ||
+	    !print(seq, "Name      : %.32s\n", view.name) ||
+	    !print(seq, "Component : %s (%d)\n", _componentName[view.component],
+		   view.component) ||
+	    !print(seq, "Status    : %s\n", view.locked ? "Take" : "Give"))
 		return false;
-	PRINT("---------------------------------\n");
-	for (u32 i = 0; i < history_slots; ++i) {
-		const auto &entry = record->history[(record->historyHead - i) %
-						    history_slots];
-
-		if (!entry.line)
-			break;
-		if (!print_entry(seq, entry))
+	if (view.shows_locker && !print(seq, "Locker    : %d (%.33s)\n",
+					view.locker, view.lockerName))
+		return false;
+	if (!print(seq, "---------------------------------\n"))
+		return false;
+	for (u32 i = 0; i < view.entries; ++i)
+		if (!print_entry(seq, view.history[i]))
 			return false;
-	}
-	PRINT("\n");
-	return true;
+	return print(seq, "\n");
 }
+
+template <class Record>
+unsigned long lock_registry_of()
+{
+	down(&registry_of<Record>().lock);
+	return 0;
+}
+
+template <class Record>
+void unlock_registry_of(unsigned long)
+{
+	up(&registry_of<Record>().lock);
+}
+
+/* The next object that is active, and locked if only those are shown. */
+template <class Record, bool detail>
+void *next_object(void *last)
+{
+	auto *record = static_cast<Record *>(last);
+
+	do
+		record = record ? record->next : registry_of<Record>().head;
+	while (record && (!record->active || (!detail && !is_locked(record))));
+	return record;
+}
+
+template <class Record>
+u32 count_of_registry()
+{
+	return registry_of<Record>().count;
+}
+
+template <class Record, bool detail>
+constexpr report_source objects = {
+	sizeof(lock_view),	     lock_registry_of<Record>,
+	unlock_registry_of<Record>,  next_object<Record, detail>,
+	copy_object<Record, detail>, print_object,
+	count_of_registry<Record>,
+};
 
 /* Prints all active objects, or those of them that are locked. */
-template <class Record>
-void print_report(struct seq_file *seq, lock_registry<Record> &registry,
-		  const char *title, const char *kind, bool detail)
+void print_report(struct seq_file *seq, const report_source &source,
+		  u32 initialised, const char *title, const char *kind,
+		  bool detail)
 {
-	if (!registry.initialised)
+	if (!initialised)
 		return;
 
 	zorva_proc_printf(seq, "\n");
@@ -127,43 +227,40 @@ void print_report(struct seq_file *seq, lock_registry<Record> &registry,
 	zorva_proc_printf(seq, "Current Time : %u\n", uptime_secs());
 	zorva_proc_printf(seq, "----------------\n\n");
 
-	const sema_guard lock(registry.lock);
-	u32 shown = 0;
+	const report_totals totals = show_all(seq, source);
 
-	for (Record *record = registry.head; record; record = record->next) {
-		if (!record->active || (!detail && !is_locked(record)))
-			continue;
-		if (!print_object(seq, record, detail))
-			return;
-		++shown;
-	}
+	if (totals.ended)
+		return;
 	if (detail)
 		zorva_proc_printf(seq,
 				  "\nTotal number of %s: %u (active %u)\n\n",
-				  kind, registry.count, shown);
+				  kind, totals.listed, totals.shown);
 	else
-		zorva_proc_printf(seq, "\nNumber of %s: %u\n\n", kind, shown);
+		zorva_proc_printf(seq, "\nNumber of %s: %u\n\n", kind,
+				  totals.shown);
 }
 
 } // namespace
 
 int zorva_mutex_dump(struct seq_file *seq)
 {
-	print_report(seq, _zorvaMutexDbg, "Dump all ACTIVE & LOCKED mutex(s)\n",
-		     "Mutex", false);
+	print_report(seq, objects<zorva_mutex, false>,
+		     _zorvaMutexDbg.initialised,
+		     "Dump all ACTIVE & LOCKED mutex(s)\n", "Mutex", false);
 	return 0;
 }
 
 int zorva_mutex_dump_detail(struct seq_file *seq)
 {
-	print_report(seq, _zorvaMutexDbg, "Dump all ACTIVE mutex(s)\n", "Mutex",
-		     true);
+	print_report(seq, objects<zorva_mutex, true>,
+		     _zorvaMutexDbg.initialised, "Dump all ACTIVE mutex(s)\n",
+		     "Mutex", true);
 	return 0;
 }
 
 int zorva_sem_dump(struct seq_file *seq)
 {
-	print_report(seq, _zorvaSemDbg,
+	print_report(seq, objects<zorva_sem, false>, _zorvaSemDbg.initialised,
 		     "Dump all ACTIVE & LOCKED semaphore(s)\n", "Semaphore",
 		     false);
 	return 0;
@@ -171,7 +268,7 @@ int zorva_sem_dump(struct seq_file *seq)
 
 int zorva_sem_dump_detail(struct seq_file *seq)
 {
-	print_report(seq, _zorvaSemDbg, "Dump all ACTIVE semaphore(s)\n",
-		     "Semaphore", true);
+	print_report(seq, objects<zorva_sem, true>, _zorvaSemDbg.initialised,
+		     "Dump all ACTIVE semaphore(s)\n", "Semaphore", true);
 	return 0;
 }

@@ -7,10 +7,14 @@
  * have a record: the thread, and its creator until it has read what it
  * returns; whoever is last frees it. A record holds a reference to its task,
  * so that one that was left listed can still be printed and looked at.
+ *
+ * The report copies what it shows under the lock and prints it outside; when
+ * there is no memory for that, it prints under the lock.
  */
 #include "zorva_thread.h"
 #include "zorva_debug.h"
 #include "zorva_guard.h"
+#include "zorva_snapshot.h"
 #include "zorva_text.h"
 #include "zorva/mem.h"
 
@@ -214,28 +218,75 @@ u32 zorva_thread_exit_track(u32 compId, s32 exitCode, const char *file,
 	zk_complete_and_exit(exitCode);
 }
 
+namespace
+{
+
+/* What the report shows of a thread. */
+struct thread_view {
+	u32 component;
+	char name[name_size];
+	pid_t pid;
+	s32 priority;
+	long state;
+};
+
+unsigned long lock_threads()
+{
+	return zk_spin_lock_irqsave(&_zorvaThreadLock);
+}
+
+void unlock_threads(unsigned long flags)
+{
+	zk_spin_unlock_irqrestore(&_zorvaThreadLock, flags);
+}
+
+void *next_thread(void *last)
+{
+	const list_head *const before =
+		last ? &static_cast<const thread_record *>(last)->link
+		     : &kthread_list;
+	list_head *const link = zk_list_next(before);
+
+	return link == &kthread_list ? nullptr
+				     : container_of(link, thread_record, link);
+}
+
+/* A listed record has a task, which it holds a reference to. */
+void copy_thread(void *copy, void *listed)
+{
+	auto &view = *static_cast<thread_view *>(copy);
+	const auto *const record = static_cast<const thread_record *>(listed);
+
+	view.component = record->component;
+	memcpy(view.name, record->name, sizeof(view.name));
+	view.pid = zk_task_pid_nr(record->task);
+	view.priority = record->priority;
+	view.state = zk_task_state(record->task);
+}
+
+bool print_thread(struct seq_file *seq, const void *copy)
+{
+	const auto &view = *static_cast<const thread_view *>(copy);
+
+	zorva_proc_printf(seq, "Component : %s\n",
+			  _componentName[view.component]);
+	zorva_proc_printf(seq, "Name      : %.32s\n", view.name);
+	zorva_proc_printf(seq, "PID       : %d\n", view.pid);
+	zorva_proc_printf(seq, "State     : %ld\n", view.state);
+	zorva_proc_printf(seq, "Priority  : %d\n", view.priority);
+	zorva_proc_printf(seq, "\n");
+	return true;
+}
+
+constexpr report_source threads = {
+	sizeof(thread_view), lock_threads, unlock_threads, next_thread,
+	copy_thread,	     print_thread, nullptr
+};
+
+} // namespace
+
 int zorva_thread_dump(struct seq_file *seq)
 {
-	const irq_spin_guard lock(_zorvaThreadLock);
-
-	for (list_head *link = zk_list_next(&kthread_list);
-	     link != &kthread_list; link = zk_list_next(link)) {
-		const thread_record *const record =
-			container_of(link, thread_record, link);
-		/* Never null: it is set before the record is listed. */
-		struct task_struct *const task = record->task;
-
-		zk_get_task_struct(task);
-		zorva_proc_printf(seq, "Component : %s\n",
-				  _componentName[record->component]);
-		zorva_proc_printf(seq, "Name      : %s\n", record->name);
-		zorva_proc_printf(seq, "PID       : %d\n",
-				  zk_task_pid_nr(task));
-		zorva_proc_printf(seq, "State     : %ld\n",
-				  zk_task_state(task));
-		zorva_proc_printf(seq, "Priority  : %d\n", record->priority);
-		zorva_proc_printf(seq, "\n");
-		zk_put_task_struct(task);
-	}
+	show_all(seq, threads);
 	return 0;
 }

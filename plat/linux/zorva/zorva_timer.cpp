@@ -7,11 +7,14 @@
  * running state of every timer. It is taken with interrupts off, since
  * callers and expiries come from any context. Memory is allocated under it,
  * so the memory lock nests inside. A callback is called with the lock given
- * back: it may start its timer again.
+ * back: it may start its timer again. A report copies what it shows under the
+ * lock and prints it outside; when there is no memory for that, it prints the
+ * timers under the lock.
  */
 #include "zorva_timer.h"
 #include "zorva_debug.h"
 #include "zorva_guard.h"
+#include "zorva_snapshot.h"
 #include "zorva_text.h"
 #include "zorva/mem.h"
 
@@ -40,6 +43,10 @@ struct tick_kind {
 	static constexpr u32 limit = timer_limit;
 	/* Without memory for its record, a timer leaves no node. */
 	static constexpr bool keeps_empty_node = false;
+	static constexpr char init_name[] = "zorva_timer_init_track";
+	static constexpr char start_name[] = "zorva_timer_start_track";
+	static constexpr char stop_name[] = "zorva_timer_stop_track";
+	static constexpr char refresh_name[] = "zorva_timer_refresh_track";
 	static constexpr auto stop = zorva_timer_stop_track;
 	static constexpr auto start = zorva_timer_start_track;
 	static constexpr const char *stop_failed = "Stop timer failed. (%s,%u)";
@@ -47,15 +54,9 @@ struct tick_kind {
 		"Start timer failed. (%s,%u)";
 
 	static constexpr auto &by_id = _zorvaTimerById;
+	static constexpr auto &list = _pZorvaTimerList;
+	static constexpr auto &last_index = _timerIndex;
 
-	static sys_sll_t *&list()
-	{
-		return _pZorvaTimerList;
-	}
-	static u32 &index()
-	{
-		return _timerIndex;
-	}
 	static void prepare(record *timer)
 	{
 		init_timer_key(&timer->timer, _zorva_timer_wrapper, 0,
@@ -78,6 +79,10 @@ struct hrt_kind {
 	static constexpr u32 limit = hrt_timer_limit;
 	/* Without memory for its record, a timer leaves an empty node. */
 	static constexpr bool keeps_empty_node = true;
+	static constexpr char init_name[] = "zorva_hrt_timer_init_track";
+	static constexpr char start_name[] = "zorva_hrt_timer_start_track";
+	static constexpr char stop_name[] = "zorva_hrt_timer_stop_track";
+	static constexpr char refresh_name[] = "zorva_hrt_timer_refresh_track";
 	static constexpr auto stop = zorva_hrt_timer_stop_track;
 	static constexpr auto start = zorva_hrt_timer_start_track;
 	static constexpr const char *stop_failed =
@@ -86,15 +91,9 @@ struct hrt_kind {
 		"Start HRT timer failed. (%s,%u)";
 
 	static constexpr auto &by_id = _zorvaHrtTimerById;
+	static constexpr auto &list = _pZorvaHrtTimerList;
+	static constexpr auto &last_index = _hrtTimerIndex;
 
-	static sys_sll_t *&list()
-	{
-		return _pZorvaHrtTimerList;
-	}
-	static u32 &index()
-	{
-		return _hrtTimerIndex;
-	}
 	static void prepare(record *timer)
 	{
 		hrtimer_init(&timer->timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
@@ -127,8 +126,8 @@ typename Kind::record *&place_of(u32 timerId)
 template <class Kind>
 [[gnu::noinline, gnu::cold]] typename Kind::record *look_for(u32 timerId)
 {
-	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list()); node;
-	     node = sys_sll_node_get_next(Kind::list(), node)) {
+	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list); node;
+	     node = sys_sll_node_get_next(Kind::list, node)) {
 		auto *const timer =
 			static_cast<typename Kind::record *>(node->pData);
 
@@ -149,8 +148,8 @@ typename Kind::record *find(u32 timerId)
 {
 	auto *const timer = place_of<Kind>(timerId);
 
-	if (likely(timer && timer->timerId == timerId &&
-		   Kind::list()->magic == SYS_SLL_MAGIC))
+	if (likely(Kind::list->magic == SYS_SLL_MAGIC && timer &&
+		   timer->timerId == timerId))
 		return timer;
 	return look_for<Kind>(timerId);
 }
@@ -170,43 +169,74 @@ void clear_start(Record *timer)
 			 sizeof(timer->startFile));
 }
 
-/* Makes a record with the next ID; null without memory. The lock is held. */
+/* What differs between the kinds when a timer is made. */
+struct kind_of_timer {
+	const char *init_name;
+	sys_sll_t *&list;
+	u32 &index;
+	u32 limit;
+	u32 record_size;
+	/* Without memory for its record, a timer leaves an empty node, or none.
+	 */
+	bool keeps_empty_node;
+	void (*set_up)(void *record, u32 timerId, u32 compId,
+		       timer_callback callback, u32 data);
+	void (*keep)(void *record);
+};
+
 template <class Kind>
-typename Kind::record *make(u32 compId, timer_callback callback, u32 data)
+void set_up(void *record, u32 timerId, u32 compId, timer_callback callback,
+	    u32 data)
 {
-	using record = typename Kind::record;
+	auto *const timer = static_cast<typename Kind::record *>(record);
 
-	auto *const timer = static_cast<record *>(
-		zorva_malloc(ZORVA_COMPONENT_SELF, sizeof(record)));
-
-	if (!timer)
-		return nullptr;
 	Kind::prepare(timer);
 	timer->component = compId;
-	timer->timerId = ++Kind::index();
+	timer->timerId = timerId;
 	timer->running = 0;
 	timer->data = data;
 	timer->callback = callback;
-	return timer;
 }
 
-/* Makes a timer and lists it; the lock is held. */
+/* Has a timer that was listed found by its ID. */
 template <class Kind>
-u32 add(const char *func, u32 compId, u32 *timerId, timer_callback callback,
-	u32 data)
+void keep(void *record)
 {
-	sys_sll_t *&list = Kind::list();
+	auto *const timer = static_cast<typename Kind::record *>(record);
+
+	place_of<Kind>(timer->timerId) = timer;
+}
+
+template <class Kind>
+constexpr kind_of_timer kind = { Kind::init_name,
+				 Kind::list,
+				 Kind::last_index,
+				 Kind::limit,
+				 sizeof(typename Kind::record),
+				 Kind::keeps_empty_node,
+				 set_up<Kind>,
+				 keep<Kind> };
+
+#define ADD_ERROR(...)                                                         \
+	zorva_debug_print(ZORVA_LEVEL_ERROR, ZORVA_FILE, kind.init_name,       \
+			  __LINE__, __VA_ARGS__)
+
+/* Makes a timer and lists it; the lock is held. */
+[[gnu::cold, gnu::noinline]] u32 add(const kind_of_timer &kind, u32 compId,
+				     u32 *timerId, timer_callback callback,
+				     u32 data)
+{
+	sys_sll_t *&list = kind.list;
 
 	if (!list) {
 		list = sys_sll_create(ZORVA_COMPONENT_SELF);
 		if (!list) {
-			ZORVA_ERROR_IN(func, "Create linked-list failed.");
+			ADD_ERROR("Create linked-list failed.");
 			return ZORVA_RC_FAIL;
 		}
 	}
-	if (list->count >= Kind::limit) {
-		ZORVA_ERROR_IN(func, "Maximum timer(=%d) has been reached",
-			       Kind::limit);
+	if (list->count >= kind.limit) {
+		ADD_ERROR("Maximum timer(=%d) has been reached", kind.limit);
 		return ZORVA_RC_FAIL;
 	}
 
@@ -215,20 +245,23 @@ u32 add(const char *func, u32 compId, u32 *timerId, timer_callback callback,
 	if (!node)
 		return ZORVA_RC_FAIL;
 
-	auto *const timer = make<Kind>(compId, callback, data);
+	void *const timer =
+		zorva_malloc(ZORVA_COMPONENT_SELF, kind.record_size);
 	u32 result = ZORVA_RC_FAIL;
 
-	if (timer || Kind::keeps_empty_node) {
+	if (timer)
+		kind.set_up(timer, ++kind.index, compId, callback, data);
+	if (timer || kind.keeps_empty_node) {
 		node->pData = timer;
 		result = sys_sll_node_add(list, node);
 		if (!result && !timer)
 			return ZORVA_RC_FAIL;
 		if (!result) {
-			place_of<Kind>(timer->timerId) = timer;
-			*timerId = timer->timerId;
+			kind.keep(timer);
+			*timerId = kind.index;
 			return ZORVA_RC_OK;
 		}
-		ZORVA_ERROR_IN(func, "Add timer node failed.");
+		ADD_ERROR("Add timer node failed.");
 		if (timer)
 			zorva_free(ZORVA_COMPONENT_SELF, timer);
 	}
@@ -238,88 +271,100 @@ u32 add(const char *func, u32 compId, u32 *timerId, timer_callback callback,
 }
 
 template <class Kind>
-u32 init(const char *func, u32 compId, u32 *timerId, timer_callback callback,
-	 u32 data, const char *file)
+u32 init(u32 compId, u32 *timerId, timer_callback callback, u32 data,
+	 const char *file)
 {
-	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, callback, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::init_name, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::init_name, compId < ZORVA_COMPONENTS,
+		       ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::init_name, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::init_name, callback, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::init_name, file, ZORVA_RC_NULL_ARG);
 
-	const irq_spin_guard lock(_zorvaTimerLock);
+	const timer_guard lock;
 
-	return add<Kind>(func, compId, timerId, callback, data);
+	return add(kind<Kind>, compId, timerId, callback, data);
 }
 
 template <class Kind>
-[[gnu::always_inline]] inline u32 start(const char *func, u32 compId,
-					const u32 *timerId, u32 msecs,
-					const char *file, u32 line)
+[[gnu::always_inline]] inline u32 start(u32 compId, const u32 *timerId,
+					u32 msecs, const char *file, u32 line)
 {
-	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, msecs != 0, ZORVA_RC_BAD_VALUE);
-	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, Kind::list(), ZORVA_RC_FAIL);
+	ZORVA_CHECK_IN(Kind::start_name, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::start_name, compId < ZORVA_COMPONENTS,
+		       ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::start_name, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::start_name, msecs != 0, ZORVA_RC_BAD_VALUE);
+	ZORVA_CHECK_IN(Kind::start_name, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::start_name, Kind::list, ZORVA_RC_FAIL);
 
-	const irq_spin_guard lock(_zorvaTimerLock);
-	auto *const timer = find<Kind>(*timerId);
+	{
+		const timer_guard lock;
+		auto *const timer = find<Kind>(*timerId);
 
-	if (unlikely(!timer))
-		return ZORVA_RC_NOT_FOUND;
-	if (unlikely(timer->running))
-		return ZORVA_RC_FAIL;
-	Kind::arm(timer, msecs);
-	timer->period = msecs;
-	timer->running = 1;
-	timer->startLine = line;
-	copy_file(reinterpret_cast<char(&)[file_size]>(timer->startFile), file);
+		if (unlikely(!timer))
+			return ZORVA_RC_NOT_FOUND;
+		if (unlikely(timer->running))
+			return ZORVA_RC_FAIL;
+		timer->period = msecs;
+		timer->running = 1;
+		timer->startLine = line;
+		copy_file(reinterpret_cast<char(&)[file_size]>(
+				  timer->startFile),
+			  file);
+		/* Last: nothing of the call has to be kept meanwhile. */
+		Kind::arm(timer, msecs);
+	}
 	return ZORVA_RC_OK;
 }
 
 template <class Kind>
-[[gnu::always_inline]] inline u32 stop(const char *func, u32 compId,
-				       const u32 *timerId, const char *file)
+[[gnu::always_inline]] inline u32 stop(u32 compId, const u32 *timerId,
+				       const char *file)
 {
-	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, Kind::list(), ZORVA_RC_FAIL);
+	ZORVA_CHECK_IN(Kind::stop_name, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::stop_name, compId < ZORVA_COMPONENTS,
+		       ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::stop_name, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::stop_name, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::stop_name, Kind::list, ZORVA_RC_FAIL);
 
-	const irq_spin_guard lock(_zorvaTimerLock);
-	auto *const timer = find<Kind>(*timerId);
+	{
+		const timer_guard lock;
+		auto *const timer = find<Kind>(*timerId);
 
-	if (!timer)
-		return ZORVA_RC_NOT_FOUND;
-	if (timer->running)
-		Kind::disarm(timer);
-	clear_start(timer);
+		if (unlikely(!timer))
+			return ZORVA_RC_NOT_FOUND;
+		if (likely(timer->running))
+			Kind::disarm(timer);
+		clear_start(timer);
+	}
 	return ZORVA_RC_OK;
 }
 
 /* Never holds the lock from the stop to the start. */
 template <class Kind>
-u32 refresh(const char *func, u32 compId, const u32 *timerId, u32 msecs,
-	    const char *file, u32 line)
+[[gnu::cold]] u32 refresh(u32 compId, const u32 *timerId, u32 msecs,
+			  const char *file, u32 line)
 {
-	ZORVA_CHECK_IN(func, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(func, timerId, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(func, msecs != 0, ZORVA_RC_BAD_VALUE);
-	ZORVA_CHECK_IN(func, file, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::refresh_name, compId != 0, ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::refresh_name, compId < ZORVA_COMPONENTS,
+		       ZORVA_RC_BAD_COMPONENT);
+	ZORVA_CHECK_IN(Kind::refresh_name, timerId, ZORVA_RC_NULL_ARG);
+	ZORVA_CHECK_IN(Kind::refresh_name, msecs != 0, ZORVA_RC_BAD_VALUE);
+	ZORVA_CHECK_IN(Kind::refresh_name, file, ZORVA_RC_NULL_ARG);
 
 	u32 error = Kind::stop(compId, timerId, file, line);
 
 	if (error) {
-		ZORVA_ERROR_IN(func, Kind::stop_failed, file, line);
+		ZORVA_ERROR_IN(Kind::refresh_name, Kind::stop_failed, file,
+			       line);
 		return error;
 	}
 	error = Kind::start(compId, timerId, msecs, file, line);
 	if (error) {
-		ZORVA_ERROR_IN(func, Kind::start_failed, file, line);
+		ZORVA_ERROR_IN(Kind::refresh_name, Kind::start_failed, file,
+			       line);
 		return error;
 	}
 	return ZORVA_RC_OK;
@@ -330,91 +375,136 @@ template <class Record>
 void expire(Record *timer)
 {
 	{
-		const irq_spin_guard lock(_zorvaTimerLock);
+		const timer_guard lock;
 
 		clear_start(timer);
 	}
 	timer->callback(timer->data);
 }
 
-template <class Kind>
-void dump(struct seq_file *seq)
-{
-	const irq_spin_guard lock(_zorvaTimerLock);
+/* What the report shows of a timer. */
+struct timer_view {
+	u32 component;
+	u32 timerId;
+	u32 data;
+	u32 period;
+	u32 running;
+	u32 startLine;
+	char startFile[file_size];
+};
 
+bool print_timer(struct seq_file *seq, const void *copy)
+{
+	const auto &view = *static_cast<const timer_view *>(copy);
+
+	zorva_proc_printf(seq, "%-11s%-9u%-6lu%-9u%-9u",
+			  _componentName[view.component], view.timerId,
+			  (unsigned long){ view.data }, view.period,
+			  view.running);
+	if (view.running)
+		zorva_proc_printf(seq, "%.16s, %u\n", view.startFile,
+				  view.startLine);
+	else
+		zorva_proc_printf(seq, "--\n");
+	return true;
+}
+
+/* The next node that has a timer; the lock is held. */
+template <class Kind>
+void *next_timer(void *last)
+{
+	const sys_sll_t *const list = Kind::list;
+	auto *node = static_cast<sys_sll_node_t *>(last);
+
+	do
+		node = sys_sll_node_get_next(list, node);
+	while (node && !node->pData);
+	return node;
+}
+
+/* The lock is held. */
+template <class Kind>
+void copy_timer(void *copy, void *node)
+{
+	auto &view = *static_cast<timer_view *>(copy);
+	const auto *const timer = static_cast<const typename Kind::record *>(
+		static_cast<const sys_sll_node_t *>(node)->pData);
+
+	view.component = timer->component;
+	view.timerId = timer->timerId;
+	view.data = timer->data;
+	view.period = timer->period;
+	view.running = timer->running;
+	view.startLine = timer->startLine;
+	copy_words(reinterpret_cast<u32 *>(view.startFile),
+		   reinterpret_cast<const u32 *>(timer->startFile));
+}
+
+template <class Kind>
+constexpr report_source timers = {
+	sizeof(timer_view), zk_lock_timers, zk_unlock_timers, next_timer<Kind>,
+	copy_timer<Kind>,   print_timer,    nullptr
+};
+
+void dump(struct seq_file *seq, const report_source &source)
+{
 	zorva_proc_printf(seq,
 			  "Component  Timer    Data  Msec     Running  StartBy  \n");
 	zorva_proc_printf(seq,
 			  "============================================================\n");
-	for (sys_sll_node_t *node = sys_sll_node_get_first(Kind::list()); node;
-	     node = sys_sll_node_get_next(Kind::list(), node)) {
-		const auto *const timer =
-			static_cast<typename Kind::record *>(node->pData);
-
-		if (!timer)
-			continue;
-		zorva_proc_printf(seq, "%-11s%-9u%-6lu%-9u%-9u",
-				  _componentName[timer->component],
-				  timer->timerId,
-				  (unsigned long){ timer->data }, timer->period,
-				  timer->running);
-		if (timer->running)
-			zorva_proc_printf(seq, "%s, %u\n", timer->startFile,
-					  timer->startLine);
-		else
-			zorva_proc_printf(seq, "--\n");
-	}
+	show_all(seq, source);
 }
 
 } // namespace
 
-u32 zorva_timer_init_track(u32 compId, u32 *timerId, timer_callback callback,
-			   u32 data, const char *file, u32)
+[[gnu::cold]] u32 zorva_timer_init_track(u32 compId, u32 *timerId,
+					 timer_callback callback, u32 data,
+					 const char *file, u32)
 {
-	return init<tick_kind>(__func__, compId, timerId, callback, data, file);
+	return init<tick_kind>(compId, timerId, callback, data, file);
 }
 
 u32 zorva_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
 			    const char *file, u32 line)
 {
-	return start<tick_kind>(__func__, compId, timerId, msecs, file, line);
+	return start<tick_kind>(compId, timerId, msecs, file, line);
 }
 
 u32 zorva_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
 			   u32)
 {
-	return stop<tick_kind>(__func__, compId, timerId, file);
+	return stop<tick_kind>(compId, timerId, file);
 }
 
 u32 zorva_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
 			      const char *file, u32 line)
 {
-	return refresh<tick_kind>(__func__, compId, timerId, msecs, file, line);
+	return refresh<tick_kind>(compId, timerId, msecs, file, line);
 }
 
-u32 zorva_hrt_timer_init_track(u32 compId, u32 *timerId,
-			       timer_callback callback, u32 data,
-			       const char *file, u32)
+[[gnu::cold]] u32 zorva_hrt_timer_init_track(u32 compId, u32 *timerId,
+					     timer_callback callback, u32 data,
+					     const char *file, u32)
 {
-	return init<hrt_kind>(__func__, compId, timerId, callback, data, file);
+	return init<hrt_kind>(compId, timerId, callback, data, file);
 }
 
 u32 zorva_hrt_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
 				const char *file, u32 line)
 {
-	return start<hrt_kind>(__func__, compId, timerId, msecs, file, line);
+	return start<hrt_kind>(compId, timerId, msecs, file, line);
 }
 
 u32 zorva_hrt_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
 			       u32)
 {
-	return stop<hrt_kind>(__func__, compId, timerId, file);
+	return stop<hrt_kind>(compId, timerId, file);
 }
 
 u32 zorva_hrt_timer_refresh_track(u32 compId, const u32 *timerId, u32 msecs,
 				  const char *file, u32 line)
 {
-	return refresh<hrt_kind>(__func__, compId, timerId, msecs, file, line);
+	return refresh<hrt_kind>(compId, timerId, msecs, file, line);
 }
 
 void _zorva_timer_wrapper(struct timer_list *timer)
@@ -438,12 +528,12 @@ enum hrtimer_restart _zorva_hrt_timer_wrapper(struct hrtimer *timer)
 
 int zorva_timer_dump(struct seq_file *seq)
 {
-	dump<tick_kind>(seq);
+	dump(seq, timers<tick_kind>);
 	return 0;
 }
 
 int zorva_hrt_timer_dump(struct seq_file *seq)
 {
-	dump<hrt_kind>(seq);
+	dump(seq, timers<hrt_kind>);
 	return 0;
 }

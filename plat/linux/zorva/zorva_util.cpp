@@ -17,7 +17,6 @@
 namespace
 {
 
-constexpr u32 nsecs_per_tick = 10000000;
 constexpr u32 ticks_per_sec = 100;
 constexpr u32 usecs_per_tick = 10000;
 constexpr u32 longest_udelay = 1000;
@@ -41,7 +40,7 @@ long sleep_interruptibly(wait_queue_head *queue, long ticks, unsigned long end)
 		}
 		ticks = schedule_timeout(ticks);
 	}
-	ticks = static_cast<long>(end - zk_jiffies());
+	ticks = static_cast<long>(end - jiffies);
 	return ticks > 0 ? ticks : 0;
 }
 
@@ -62,7 +61,7 @@ bool discard_signals()
  */
 void sleep_ticks(long ticks, bool only_threads)
 {
-	const unsigned long end = zk_jiffies() + ticks;
+	const unsigned long end = jiffies + ticks;
 	wait_queue_head queue;
 
 	__init_waitqueue_head(&queue, "&wq_h", &sleep_key);
@@ -97,8 +96,7 @@ u32 zorva_uptime_secs_get(u32 *secs)
 
 u32 zorva_uptime_ticks_get(u32 *ticks)
 {
-	*ticks = divide_time<nsecs_per_tick>(
-		ktime_get_with_offset(TK_OFFS_BOOT));
+	*ticks = ticks_of(ktime_get_with_offset(TK_OFFS_BOOT));
 	return ZORVA_RC_OK;
 }
 

@@ -68,8 +68,8 @@ wait_module *_zorva_wait_module_find(u32 waitId)
 	return module && module->state == state_made ? module : nullptr;
 }
 
-u32 zorva_wait_module_create_track(u32 compId, u32 *waitId, const char *file,
-				   u32)
+[[gnu::cold]] u32 zorva_wait_module_create_track(u32 compId, u32 *waitId,
+						 const char *file, u32)
 {
 	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
@@ -103,8 +103,8 @@ u32 zorva_wait_module_create_track(u32 compId, u32 *waitId, const char *file,
 	return ZORVA_RC_OK;
 }
 
-u32 zorva_wait_module_destroy_track(u32 compId, u32 waitId, const char *file,
-				    u32)
+[[gnu::cold]] u32 zorva_wait_module_destroy_track(u32 compId, u32 waitId,
+						  const char *file, u32)
 {
 	ZORVA_CHECK(compId != 0, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);

@@ -58,8 +58,9 @@ u32 zorva_timer_init_track(u32 compId, u32 *timerId,
  *
  * Context: Any, its own callback included; does not sleep.
  * Return: %ZORVA_RC_OK: running. %ZORVA_RC_FAIL: it was running already and
- * goes on as it was, or, which was reported, no tick timer was ever made.
- * %ZORVA_RC_NOT_FOUND: there is none with that ID. %ZORVA_RC_BAD_COMPONENT,
+ * goes on as it was, or, which was reported, no tick timer was ever asked for,
+ * or not even their list could be made. %ZORVA_RC_NOT_FOUND: there is none with
+ * that ID, also when all that were asked for failed. %ZORVA_RC_BAD_COMPONENT,
  * %ZORVA_RC_BAD_VALUE (@msecs is 0), %ZORVA_RC_NULL_ARG (@timerId or @file is
  * null): reported, nothing done.
  */
@@ -82,9 +83,10 @@ u32 zorva_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: not running, also when it was not before.
- * %ZORVA_RC_NOT_FOUND: there is none with that ID. %ZORVA_RC_FAIL: no tick
- * timer was ever made; reported. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
- * (@timerId or @file is null): reported, nothing done.
+ * %ZORVA_RC_NOT_FOUND: there is none with that ID, also when all that were
+ * asked for failed. %ZORVA_RC_FAIL: no tick timer was ever asked for, or not
+ * even their list could be made; reported. %ZORVA_RC_BAD_COMPONENT or
+ * %ZORVA_RC_NULL_ARG (@timerId or @file is null): reported, nothing done.
  */
 u32 zorva_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
 			   u32 line);
@@ -157,8 +159,9 @@ u32 zorva_hrt_timer_init_track(u32 compId, u32 *timerId,
  *
  * Context: Any, its own callback included; does not sleep.
  * Return: %ZORVA_RC_OK: running. %ZORVA_RC_FAIL: it was running already and
- * goes on as it was, or, which was reported, no such timer was ever made.
- * %ZORVA_RC_NOT_FOUND: there is none with that ID. %ZORVA_RC_BAD_COMPONENT,
+ * goes on as it was, or, which was reported, no such timer was ever asked for,
+ * or not even their list could be made. %ZORVA_RC_NOT_FOUND: there is none with
+ * that ID, also when all that were asked for failed. %ZORVA_RC_BAD_COMPONENT,
  * %ZORVA_RC_BAD_VALUE (@msecs is 0), %ZORVA_RC_NULL_ARG (@timerId or @file is
  * null): reported, nothing done.
  */
@@ -182,9 +185,10 @@ u32 zorva_hrt_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
  * Context: Any but a callback of the same timer that has started it; does not
  * sleep.
  * Return: %ZORVA_RC_OK: not running, also when it was not before.
- * %ZORVA_RC_NOT_FOUND: there is none with that ID. %ZORVA_RC_FAIL: no such
- * timer was ever made; reported. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG
- * (@timerId or @file is null): reported, nothing done.
+ * %ZORVA_RC_NOT_FOUND: there is none with that ID, also when all that were
+ * asked for failed. %ZORVA_RC_FAIL: no such timer was ever asked for, or not
+ * even their list could be made; reported. %ZORVA_RC_BAD_COMPONENT or
+ * %ZORVA_RC_NULL_ARG (@timerId or @file is null): reported, nothing done.
  */
 u32 zorva_hrt_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
 			       u32 line);
