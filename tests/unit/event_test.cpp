@@ -122,13 +122,24 @@ TEST_F(EventFlags, StartEmptyWithTheirNameForAll)
 
 TEST_F(EventFlags, AreNamedAfterTheirComponentAndTheirLocksAfterALine)
 {
-	zorva_event *const event = zorva_event_create(9, nullptr);
+	zorva_event *const event = create(nullptr);
 
-	EXPECT_STREQ(event->name, "ZORVA");
-	EXPECT_EQ(std::string(event->signal->name).find("ZORVA-"), 0u);
-	EXPECT_EQ(std::string(event->lock->name).find("ZORVA-"), 0u);
+	EXPECT_STREQ(event->name, "PORT");
+	EXPECT_EQ(std::string(event->signal->name).find("PORT-"), 0u);
+	EXPECT_EQ(std::string(event->lock->name).find("PORT-"), 0u);
 
 	destroy(event);
+}
+
+TEST_F(EventFlags, AreChargedToTheirComponent)
+{
+	zorva_event *const event = create();
+
+	EXPECT_EQ(_zorvaMallocMemUsage[owner].currUsage,
+		  52 + sizeof(zorva_mutex) + sizeof(zorva_sem));
+
+	destroy(event);
+	EXPECT_EQ(_zorvaMallocMemUsage[owner].currUsage, 0u);
 }
 
 TEST_F(EventFlags, KeepNamesOf31Characters)

@@ -75,9 +75,10 @@ TEST_F(MessageQueue, StartsEmptyWithAllItsSlotsFree)
 TEST_F(MessageQueue, IsNamedAfterItsComponentAndItsLocksAfterTheCallersLine)
 {
 	zorva_msg_queue *const queue =
-		zorva_msg_queue_create_track(9, nullptr, 1, 1, "caller.c", 120);
+		zorva_msg_queue_create_track(owner, nullptr, 1, 1, "caller.c",
+					     120);
 
-	EXPECT_STREQ(queue->name, "ZORVA");
+	EXPECT_STREQ(queue->name, "PORT");
 	EXPECT_STREQ(queue->lock->name, "msgq-120-ent");
 	EXPECT_STREQ(queue->txSem->name, "msgq-120-tx");
 	EXPECT_STREQ(queue->rxSem->name, "msgq-120-rx");
