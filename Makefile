@@ -131,13 +131,11 @@ lint: ## format, static checks, shell scripts
 	@tests/lint.sh
 
 .PHONY: tools
-tools: ## the inspector: build/tools/zorva
-	@target/install-deps.sh tools
-	@mkdir -p build && cmake -S tools/zorva -B build/tools >build/tools.log 2>&1 && \
-		cmake --build build/tools --parallel "$$(nproc)" >>build/tools.log 2>&1 || \
-		{ tail -n 40 build/tools.log; false; }
+tools: ## the inspector: build/tools/zorva, and build/tools/board/zorva
+	@target/install-deps.sh target tools
+	@target/tools.sh desk board
 	@tools/zorva/man.sh build/tools/zorva build/tools/man
-	@ls -l build/tools/zorva
+	@ls -l build/tools/zorva build/tools/board/zorva
 
 .PHONY: tools-test
 tools-test: ## the tests of the inspector
@@ -177,7 +175,7 @@ info: ## paths and flags for builds of your own
 
 .PHONY: kernel
 kernel: ## the board's kernel, or a look at KERNEL_BUILD
-	@target/install-deps.sh target
+	@target/install-deps.sh target tools
 	@target/board.sh check
 ifdef KERNEL_BUILD
 	@test -f '$(KERNEL_BUILD)/Module.symvers' || \
@@ -188,7 +186,7 @@ endif
 
 .PHONY: deps
 deps: ## install the Debian packages that are missing
-	@target/install-deps.sh target unit host lint
+	@target/install-deps.sh target tools unit host lint
 
 .PHONY: clean
 clean: ## remove build/; the cache stays

@@ -97,13 +97,23 @@ typed()
 	printf '%s\n' "$line"
 }
 
-# show COMMAND...: runs a command, and shows both it and what it prints.
-show()
+# show_status STATUS COMMAND...: runs a command that ends with such a status,
+# and shows both it and what it prints.
+show_status()
 {
+	local wanted=$1 status=0
+	shift
+
 	prompt "$(typed "$@")"
-	whole=$("$@") || fail "$*: status $?"
+	whole=$("$@") || status=$?
 	shown=$whole
 	[ -z "$shown" ] || printf '%s\n' "$shown" | lines
+	[ "$status" -eq "$wanted" ] || fail "$*: status $status"
+}
+
+show()
+{
+	show_status 0 "$@"
 }
 
 # report NAME: shows a whole report.
@@ -682,6 +692,62 @@ memory_double_free()
 		END { exit !ok }' || fail "the account is wrong"
 }
 
+# --- What an engineer would ask first
+
+# The kernel's own checker of locks would stop the board.
+checks_locks()
+{
+	[ -e /proc/lockdep ]
+}
+
+# Where, in the firmware's source.
+at='fw_fault\.c:[0-9]+'
+
+expect_all_four()
+{
+	expect "the deadlock" \
+		'^DEADLOCK: (stp|lag)-update .* and (stp|lag)-update .* wait for each other'
+	expect "who waits where" "stp-update \\([0-9]+\\) wants mutex 'lag' at $at; lag-update \\([0-9]+\\) took it at $at\$"
+	expect "who waits where" "lag-update \\([0-9]+\\) wants mutex 'stp' at $at; stp-update \\([0-9]+\\) took it at $at\$"
+	expect "the torn block" "^DAMAGED BLOCK of VLAN, allocated at $at\$"
+	expect "the full queue" "^FULL QUEUE 'snmp-trap' of SNMP: 4 of 4 messages\$"
+	expect "who filled it" "last sent to at $at, "
+	expect "the leak" "^GROWS, probably a leak: RMON at $at, "
+}
+
+four_faults()
+{
+	local name
+
+	title "Is all well? One command looks at everything"
+	load_modules
+	give_work
+	show zorva check
+	expect "nothing wrong" '^Nothing looks wrong\.$'
+	if checks_locks; then
+		say "This kernel would stop at a deadlock: no faults on it."
+		return
+	fi
+	title "A leak, a torn block, a full queue, two threads in a deadlock"
+	for name in leak overrun full-queue deadlock; do
+		put "$name" $fault/fault
+	done
+	await "the leak" '^RMON( +[0-9]+){4} +\+(39|[4-9][0-9])' \
+		cat $reports/zorva.mem
+	show_status 1 zorva waits
+	expect "the deadlock" '^DEADLOCK: 2 threads wait for each other'
+	say "A snapshot can be looked at later, or on another machine:"
+	prompt "zorva-snapshot >/tmp/board.txt"
+	zorva-snapshot >/tmp/board.txt
+	show_status 1 zorva check /tmp/board.txt
+	expect_all_four
+	# For who reads the console's log afterwards.
+	[ -z "${SHOW_SNAPSHOT-}" ] || show zorva-snapshot
+	say "And here, now:"
+	show_status 1 zorva check
+	expect_all_four
+}
+
 all_reports_seen()
 {
 	local name
@@ -715,5 +781,6 @@ memory_filter
 unload_all
 load_again
 all_reports_seen
+four_faults
 
 title "All as expected"

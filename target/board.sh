@@ -119,6 +119,15 @@ prepare()
 	"$ZORVA_ROOT/target/modules.sh" "$@"
 }
 
+# What the board has of the inspector; after the modules, whose lines it names.
+tool_files=("$ZORVA_BUILD/tools/board/zorva=/usr/bin/zorva"
+	"$ZORVA_ROOT/tools/zorva/zorva-snapshot=/usr/bin/zorva-snapshot"
+	"$ZORVA_BUILD/tools/board/modules.lines=/usr/share/zorva/modules.lines")
+prepare_tools()
+{
+	"$ZORVA_ROOT/target/tools.sh" desk board lines
+}
+
 # list_modules DIR...: fills the array "modules" with what was last built there;
 # an object whose source is gone may still lie about.
 list_modules()
@@ -137,7 +146,7 @@ firmware_root()
 	list_modules plat/linux/zorva examples
 	board_module fw_board
 	make_root "$1" "${modules[@]}" "$built/examples/demo.sh=$2" \
-		"$board_module=/etc/board-module"
+		"$board_module=/etc/board-module" "${tool_files[@]}"
 }
 
 test_root()
@@ -161,6 +170,7 @@ run_tests()
 	local counts=$1 passed=0 failed=0 board=0 report=0 icount
 
 	prepare module examples tests
+	prepare_tools
 	test_root
 	firmware_root run /etc/scenario
 
@@ -183,11 +193,17 @@ run_tests()
 		failed=1
 	fi
 
-	if boot run >/dev/null; then
+	if boot run --append SHOW_SNAPSHOT=1 >/dev/null; then
 		say "ok: the demonstration"
 		passed=$((passed + 1))
 	else
 		say "FAILED: the demonstration"
+		failed=$((failed + 1))
+	fi
+	if "$ZORVA_ROOT/tests/inspector/console.sh" \
+		"$ZORVA_LOGS/run-console.log"; then
+		passed=$((passed + 1))
+	else
 		failed=$((failed + 1))
 	fi
 	echo "$passed $failed" >"$counts"
@@ -221,6 +237,7 @@ info)
 run)
 	build_lock
 	prepare module examples
+	prepare_tools
 	firmware_root run /etc/scenario
 	boot run --show
 	;;

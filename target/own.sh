@@ -26,6 +26,7 @@ own_build()
 	local paths=() path name board=fw_board
 
 	prepare module examples
+	prepare_tools
 	own_modules=()
 	own_paths=()
 	if [ ${#own_dirs[@]} -gt 0 ]; then
@@ -77,7 +78,7 @@ own_root()
 	[ -z "$share" ] || share_modules
 	make_root "$name" "${modules[@]}" "${own_files[@]}" \
 		"$board_module=/etc/board-module" \
-		"$built/examples/demo.sh=/root/demo.sh" "$@"
+		"$built/examples/demo.sh=/root/demo.sh" "${tool_files[@]}" "$@"
 }
 
 # boot_own NAME OPTION...: all that depends on which board it is

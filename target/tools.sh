@@ -1,0 +1,89 @@
+#!/bin/bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Builds the inspector, for this machine and for the board.
+set -euo pipefail
+
+# shellcheck source=target/lib.sh
+. "$(dirname "$0")/lib.sh"
+
+usage()
+{
+	cat <<END
+usage: tools.sh desk | board | lines...
+
+  desk   build/tools/zorva
+  board  build/tools/board/zorva: static, stripped, for the board's processor
+  lines  build/tools/board/modules.lines: the lines of what modules.sh has
+         built, for the board; needs the desk's
+END
+}
+
+# The board's flash has no room for more.
+most_bytes=$((2 * 1024 * 1024))
+tools=$ZORVA_BUILD/tools
+
+case ${1-} in
+-h | --help)
+	usage
+	exit
+	;;
+esac
+for part in "$@"; do
+	case $part in
+	desk | board | lines) ;;
+	*)
+		usage >&2
+		exit 2
+		;;
+	esac
+done
+if [ $# -eq 0 ]; then
+	usage >&2
+	exit 2
+fi
+
+# build DIR OPTION...
+build()
+{
+	local dir=$1
+	shift
+
+	cmake -S "$ZORVA_ROOT/tools/zorva" -B "$dir" "$@"
+	cmake --build "$dir" --parallel "$(jobs)" --target zorva
+}
+
+build_board()
+{
+	local bytes
+
+	need_cross_compiler "$CROSS_COMPILE"
+	build "$tools/board" -DZORVA_BOARD=ON -DCMAKE_SYSTEM_NAME=Linux \
+		-DCMAKE_SYSTEM_PROCESSOR=mips \
+		-DCMAKE_CXX_COMPILER="${CROSS_COMPILE}g++" \
+		-DCMAKE_AR="$(command -v "${CROSS_COMPILE}ar")" \
+		-DCMAKE_RANLIB="$(command -v "${CROSS_COMPILE}ranlib")"
+	bytes=$(stat -c %s "$tools/board/zorva")
+	if [ "$bytes" -gt "$most_bytes" ]; then
+		echo "$tools/board/zorva has $bytes bytes, at most" \
+			"$most_bytes are wanted"
+		return 1
+	fi
+}
+
+build_lines()
+{
+	"$tools/zorva" lines --modules "$ZORVA_BUILD/target/examples" \
+		>"$tools/board/modules.lines.new"
+	mv "$tools/board/modules.lines.new" "$tools/board/modules.lines"
+}
+
+build_lock
+mkdir -p "$tools/board"
+for part in "$@"; do
+	case $part in
+	desk) step "tools: the desk's" build "$tools" ;;
+	board) step "tools: the board's" build_board ;;
+	lines) step "tools: the lines of the modules" build_lines ;;
+	esac
+done
