@@ -317,7 +317,7 @@ bool is_steady(const std::vector<uint64_t> &times, uint64_t now)
 						   (now - *first + 1),
 					   leak_parts - 1)];
 	return std::all_of(parts, parts + leak_parts, [&](size_t count) {
-		return count >= times.size() / leak_parts / 2;
+		return count > 0 && count >= times.size() / leak_parts / 4;
 	});
 }
 
