@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: GPL-2.0
 #
-# Counts instructions on the board: a table, build/bench/bench.json, and
+# Counts instructions on the board, and bytes of the module: a table, build/bench/bench.json, and
 # build/bench/bench.svg. Fails when a limit is missed, or when what has been
 # measured was not what it should be.
 set -euo pipefail
@@ -19,7 +19,8 @@ usage: run.sh [--update]
             unless it fails
 
 Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
-CROSS_COMPILE, ZORVA_CACHE.
+CROSS_COMPILE, ZORVA_CACHE, BENCH_ICOUNT (0: the figures repeat exactly; 4 is
+ten times as fast, and differs by some thousandths).
 END
 }
 
@@ -69,7 +70,7 @@ measure()
 		"$scenario=/etc/scenario"
 	step "bench: $name" "$ZORVA_ROOT/target/boot.sh" \
 		--kernel "$kernel/vmlinux" --initrd "$out/$name.cpio.gz" \
-		--log "$out/$name.log" --timeout 900 --icount 0 "$@"
+		--log "$out/$name.log" --timeout 900 --icount "${BENCH_ICOUNT:-0}" "$@"
 	tr -d '\r' <"$out/$name.log" |
 		sed -n 's/.*bench: \([a-z_0-9]* [0-9]* [0-9]*\)$/\1/p' |
 		awk '!seen[$1]++' >"$out/$name.rows"
@@ -81,6 +82,48 @@ measure()
 measure counts "$out/scenario"
 # The kernel's own debugging of its heap, for comparison.
 measure debugging "$out/scenario-debug" --append slub_debug=FZU
+
+# What the module takes of the board's memory: its code, of which .text is what
+# is meant to run, its constants and its data; then the same for each source.
+sizes()
+{
+	local built=$ZORVA_BUILD/target/plat
+
+	"${CROSS_COMPILE}size" -A "$built/linux/zorva/zorva.ko" \
+		"$built"/linux/zorva/z{k,orva_*}.o "$built"/common/*.o |
+		awk '
+		/:$/ {
+			source = $1
+			sub(/.*\//, "", source)
+			sub(/\..*/, "", source)
+			source = source == "zorva" ? "" : "_of_" source
+			if (source != "_of_zorva_cxx")
+				sources[++count] = source
+		}
+		$1 == ".text" {
+			size["text" source] = $2
+		}
+		$1 ~ /^\.(text|fixup|init\.text|exit\.text)/ {
+			size["code" source] += $2
+		}
+		$1 ~ /^\.rodata/ {
+			size["constants" source] += $2
+		}
+		$1 ~ /^\.s?data/ {
+			size["data" source] += $2
+		}
+		$1 ~ /^\.s?bss/ {
+			size["bss" source] += $2
+		}
+		END {
+			split("text code constants data bss", kinds)
+			for (i = 1; i <= count; i++)
+				for (j = 1; j <= 5; j++)
+					print "size_" kinds[j] sources[i],
+						size[kinds[j] sources[i]] + 0, 0
+		}'
+}
+sizes >>"$out/counts.rows"
 
 awk -v limits="$here/limits" -v debugging="$out/debugging.rows" \
 	-v json="$out/bench.json" '
@@ -99,7 +142,7 @@ BEGIN {
 	while ((getline line < debugging) > 0)
 		if (split(line, f, " ") == 3 && f[3] > 0)
 			debug[f[1]] = f[3]
-	printf "%-28s %10s %10s %10s %10s\n", "instructions", "zorva",
+	printf "%-28s %10s %10s %10s %10s\n", "instructions, bytes", "zorva",
 		"kernel", "debugging", "limit"
 	print "[" > json
 }
@@ -109,7 +152,8 @@ BEGIN {
 	over = ($1 in limit) && (ours > limit[$1] + 0)
 	missed += over
 	got[$1] = 1
-	printf "%-28s %10d %10s %10s %10s%s\n", $1, ours, cell(bare),
+	if ($1 !~ /^size_.*_of_/)
+		printf "%-28s %10d %10s %10s %10s%s\n", $1, ours, cell(bare),
 		cell(debug[$1]), cell(limit[$1]), over ? "  MISSED" : ""
 	printf "%s  {\"name\": \"%s\", \"zorva\": %d, \"kernel\": %s, " \
 		"\"debugging\": %s, \"limit\": %s}", (NR > 1 ? ",\n" : ""),
@@ -127,7 +171,7 @@ END {
 cat "$out/table"
 
 # All calls, and what the kernel's own takes for the same job.
-awk '$1 !~ /^(report_|irqs_off_|counts_per_million$|loop$)/ {
+awk '$1 !~ /^(report_|irqs_off_|take_waits_|size_|counts_per_million$|loop$)/ {
 	gsub("_", " ", $1)
 	print "\"" $1 "\"", $2, $3
 }' \

@@ -64,8 +64,8 @@ made_anew()
 	}
 	function reports(    i, name)
 	{
-		print "| report | instructions to read it whole | longest time with interrupts off | limit of that |"
-		print "|---|---|---|---|"
+		print "| report | instructions to read it whole | longest time with interrupts off | limit of that | longest wait of a take | limit of that |"
+		print "|---|---|---|---|---|---|"
 		for (i = 1; i <= count; i++) {
 			split(row[i], part, "|")
 			if (part[1] !~ /^report /)
@@ -73,11 +73,33 @@ made_anew()
 			name = substr(part[1], 8)
 			use("report_" name)
 			use("irqs_off_" name)
-			printf "| %s | %s | %s | %s |\n", part[2],
+			if (name != "none")
+				use("take_waits_" name)
+			printf "| %s | %s | %s | %s | %s | %s |\n", part[2],
 				cell("report_" name, "zorva"),
 				cell("irqs_off_" name, "zorva"),
-				cell("irqs_off_" name, "limit")
+				cell("irqs_off_" name, "limit"),
+				cell("take_waits_" name, "zorva"),
+				cell("take_waits_" name, "limit")
 		}
+	}
+	function size_row(title, suffix, key,    i, line)
+	{
+		line = "| " title " |"
+		for (i = 1; i <= 5; i++)
+			line = line " " cell("size_" kind[i] suffix, key) " |"
+		print line
+	}
+	function sizes(    i, source)
+	{
+		split("text code constants data bss", kind, " ")
+		print "| bytes of | .text | all code | constants | data | bss |"
+		print "|---|---|---|---|---|---|"
+		for (i = 1; i <= sources; i++)
+			size_row("`" source_of[i] "`", "_of_" source_of[i],
+				"zorva")
+		size_row("the module", "", "zorva")
+		size_row("limit", "", "limit")
 	}
 	BEGIN {
 		while ((getline line < numbers) > 0) {
@@ -90,6 +112,10 @@ made_anew()
 				line = substr(line, RSTART + RLENGTH)
 			}
 			names[name] = 1
+			if (name ~ /^size_/)
+				used[name] = 1
+			if (sub(/^size_text_of_/, "", name))
+				source_of[++sources] = name
 		}
 		while ((getline line < rows) > 0)
 			if (line !~ /^#/)
@@ -114,14 +140,19 @@ made_anew()
 		inside = 1
 		++begins
 	}
+	/^<!-- sizes -->$/ {
+		sizes()
+		inside = 1
+		++begins
+	}
 	/^<!-- reports -->$/ {
 		reports()
 		inside = 1
 		++begins
 	}
 	END {
-		if (begins != 2 || ends != 2) {
-			bad("the text lacks the two tables\047 markers")
+		if (begins != 3 || ends != 3) {
+			bad("the text lacks the three tables\047 markers")
 			exit 1
 		}
 		for (name in names)

@@ -666,6 +666,88 @@ static u32 irqs_off(const char *path)
 	return best;
 }
 
+/*
+ * How long others wait for a report: a real-time thread is woken all the time
+ * while it is read, and takes and gives a mutex and a semaphore then. Nobody
+ * else uses these; what it may have to wait for is the processor, and what
+ * takes and gives of all objects have in common. Counted from the interrupt
+ * that wakes it to the end of the second take.
+ */
+#define WAITER_NSECS 50000
+
+static struct waiter {
+	struct hrtimer timer;
+	struct task_struct *thread;
+	zorva_mutex_t *mutex;
+	zorva_sem_t *sem;
+	u32 woken_at, worst, rounds;
+	bool expired, stop;
+} waiter;
+
+static enum hrtimer_restart wake_waiter(struct hrtimer *timer)
+{
+	waiter.woken_at = read_c0_count();
+	WRITE_ONCE(waiter.expired, true);
+	wake_up_process(waiter.thread);
+	return HRTIMER_NORESTART;
+}
+
+static int take_when_woken(void *unused)
+{
+	u32 wait;
+
+	sched_set_fifo(current);
+	for (;;) {
+		set_current_state(TASK_UNINTERRUPTIBLE);
+		WRITE_ONCE(waiter.expired, false);
+		hrtimer_start(&waiter.timer, ns_to_ktime(WAITER_NSECS),
+			      HRTIMER_MODE_REL);
+		while (!READ_ONCE(waiter.expired)) {
+			schedule();
+			set_current_state(TASK_UNINTERRUPTIBLE);
+		}
+		__set_current_state(TASK_RUNNING);
+		if (READ_ONCE(waiter.stop))
+			break;
+		zorva_mutex_take(OWNER, waiter.mutex);
+		zorva_sem_take(OWNER, waiter.sem, ZORVA_WAIT_FOREVER);
+		wait = read_c0_count() - waiter.woken_at;
+		zorva_sem_give(OWNER, waiter.sem);
+		zorva_mutex_give(OWNER, waiter.mutex);
+		waiter.worst = max(waiter.worst, wait);
+		++waiter.rounds;
+	}
+	return 0;
+}
+
+static u32 take_waits(const char *path)
+{
+	waiter.worst = 0;
+	waiter.rounds = 0;
+	waiter.stop = false;
+	waiter.mutex = zorva_mutex_create(OWNER, "waiter");
+	waiter.sem = zorva_sem_create(OWNER, "waiter", 1);
+	hrtimer_init(&waiter.timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
+	waiter.timer.function = wake_waiter;
+	waiter.thread = kthread_create(take_when_woken, NULL, "waiter");
+	EXPECT(!IS_ERR(waiter.thread));
+	if (IS_ERR(waiter.thread))
+		return 0;
+	get_task_struct(waiter.thread);
+	wake_up_process(waiter.thread);
+	msleep(20);
+	do {
+		EXPECT(read_report(path) == 0);
+		cond_resched();
+	} while (READ_ONCE(waiter.rounds) < 20);
+	WRITE_ONCE(waiter.stop, true);
+	kthread_stop(waiter.thread);
+	put_task_struct(waiter.thread);
+	zorva_mutex_destroy(OWNER, waiter.mutex);
+	zorva_sem_destroy(OWNER, waiter.sem);
+	return instructions(waiter.worst, 1);
+}
+
 static void bench_report(const char *name, const char *path)
 {
 	char row[64];
@@ -679,10 +761,14 @@ static void bench_report(const char *name, const char *path)
 	print_row(row, whole, 0);
 	snprintf(row, sizeof(row), "irqs_off_%s", name);
 	print_row(row, irqs_off(path), 0);
+	if (!path)
+		return;
+	snprintf(row, sizeof(row), "take_waits_%s", name);
+	print_row(row, take_waits(path), 0);
 }
 
 #define OBJECTS 1000
-#define THREADS 100
+#define THREADS 500
 
 static void wait_for_end(void *argument)
 {
@@ -698,9 +784,11 @@ static void bench_thread_report(void)
 	for (i = 0; i < THREADS; ++i)
 		EXPECT(zorva_thread_create(OWNER, "bench", 0, 128, wait_for_end,
 					   &end));
-	bench_report("thread_100", "/proc/zorva/zorva.thread");
+	bench_report("thread_500", "/proc/zorva/zorva.thread");
 	for (i = 0; i < THREADS; ++i)
 		up(&end);
+	/* They end here, and not in what is measured next. */
+	msleep(500);
 }
 
 static void bench_reports(void)
