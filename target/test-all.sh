@@ -79,7 +79,7 @@ say "== unit: in the background"
 {
 	run unit tests/unit/run.sh
 	say "== host"
-	run host tests/host/run.sh
+	HOST_WIDTHS=64 run host tests/host/run.sh
 } >"$ZORVA_BUILD/unit.out" 2>&1 &
 run target target/board.sh test
 wait
