@@ -101,6 +101,15 @@ comment {
 		comment = 0
 	next
 }
+/^{/ {
+	body = 1
+}
+body {
+	if (/^}/)
+		body = 0
+	text = ""
+	next
+}
 /^}/ || /^extern "C"/ || /^$/ {
 	text = ""
 	next
