@@ -61,7 +61,6 @@ OWNER = re.compile(r"\bcompId\b|\b\w+(?:->|\.)(?:component|compId)\b|" + SELF)
 
 SPIN_LOCKS = ("_mallocMemLck", "_zorvaLockDbgLck", "_zorvaThreadLock",
               "_zorvaTimerLock", "_waitListLck")
-GUARDS = ("irq_spin_guard", "sema_guard", "mutex_guard")
 
 # What a declaration starts with: without it nothing would compile.
 DECLARATION = re.compile(
@@ -335,9 +334,13 @@ class Source:
             self.change_for(i + 1, self.partner[i + 1])
         elif token.text.startswith("ZORVA_CHECK"):
             self.change_check(i)
-        elif token.text in GUARDS and self.tokens[i + 2].text == "(" and \
+        elif token.text.endswith("_guard") and \
                 self.tokens[i - 1].text == "const":
-            self.change_lock(i)
+            if self.tokens[i + 2].text == "(":
+                self.change_lock(i)
+            elif self.tokens[i + 2].text == ";":
+                self.add("lock", self.tokens[i - 1].start,
+                         self.tokens[i + 2].end, "")
         self.change_owner(i, token)
 
     def change_condition(self, opening, closing):
