@@ -18,7 +18,7 @@
 
 static u32 mutex_size;
 static u32 mutexes_left[CHURNERS];
-static u32 made;
+static atomic_t made;
 
 static bool use_mutex(u32 comp, unsigned int n)
 {
@@ -115,7 +115,7 @@ void soak_churn_step(struct soak_actor *actor)
 	SOAK_CHECK(uses[kind](SOAK_CHURN_COMP + actor->index, n) == !n,
 		   "kind %u: allocation %u fails, and the create does %s", kind,
 		   n, n ? "not" : "all the same");
-	made++;
+	atomic_inc(&made);
 }
 
 static struct notifier_block *subscriptions[NOTIFIERS];
@@ -238,5 +238,5 @@ void soak_churn_take_down(void)
 					 "Total number of Semaphore: ") == 0,
 		   "semaphores are still listed");
 	pr_info("soak: churn: %u objects, %u notifications, %u reports read\n",
-		made, notifications, reads);
+		atomic_read(&made), notifications, reads);
 }

@@ -3,6 +3,8 @@
  * Mutexes around pairs of counters, a semaphore whose units are counted, and
  * event flags of which each is posted again only once it was collected.
  */
+#include <linux/spinlock.h>
+
 #include "soak.h"
 
 #define MUTEXES 2
@@ -56,19 +58,34 @@ void soak_mutex_step(struct soak_actor *actor)
 	SOAK_CHECK(!rc, "a mutex cannot be given: 0x%x", rc);
 }
 
+/* Each is counted by one actor, and read by all. */
 static zorva_sem_t *sem;
 static u32 given[SEM_ACTORS], taken[SEM_ACTORS];
+
+static void count(u32 *counter)
+{
+	WRITE_ONCE(*counter, *counter + 1);
+}
+
+static u32 sum(const u32 *counters, unsigned int number)
+{
+	u32 all = 0;
+
+	while (number-- > 0)
+		all += READ_ONCE(counters[number]);
+	return all;
+}
 
 void soak_sem_give_step(struct soak_actor *actor)
 {
 	u32 rc;
 
 	/* Not so far ahead that the count would not matter. */
-	if (given[0] + given[1] > taken[0] + taken[1] + 20)
+	if (sum(given, SEM_ACTORS) > sum(taken, SEM_ACTORS) + 20)
 		return;
 	rc = zorva_sem_give(SOAK_SEM_COMP, sem);
 	SOAK_CHECK(!rc, "a unit cannot be given: 0x%x", rc);
-	given[actor->index]++;
+	count(&given[actor->index]);
 }
 
 void soak_sem_take_step(struct soak_actor *actor)
@@ -76,26 +93,30 @@ void soak_sem_take_step(struct soak_actor *actor)
 	const u32 *const decide = actor->decide;
 	const u32 timeout = decide[0] % 3 ? 1 + decide[1] % 50 : ZORVA_NO_WAIT;
 	const u32 rc = zorva_sem_take(SOAK_SEM_COMP, sem, timeout);
+	u32 all_taken;
 
 	if (!rc)
-		taken[actor->index]++;
+		count(&taken[actor->index]);
 	else
 		SOAK_CHECK(rc == (timeout == ZORVA_NO_WAIT ? ZORVA_RC_FAIL
 							   : ZORVA_RC_TIMEOUT),
 			   "a unit cannot be taken: 0x%x", rc);
-	/* A unit is counted once it is there, so this may be one behind. */
-	SOAK_CHECK(taken[0] + taken[1] <=
-			   given[0] + given[1] + SEM_UNITS + SEM_ACTORS,
+	/* A giver counts a unit once it is there, so each may be one behind. */
+	all_taken = sum(taken, SEM_ACTORS);
+	smp_rmb();
+	SOAK_CHECK(all_taken <= sum(given, SEM_ACTORS) + SEM_UNITS + SEM_ACTORS,
 		   "more units were taken than given");
 }
 
 /*
  * A bit is outstanding from before it is set until it has been collected. Each
- * setter has bits of its own; the words are changed with interrupts off.
+ * setter has bits of its own, and counts its own sets.
  */
 static zorva_event_t *event;
+static u32 sets[SETTERS];
+static DEFINE_SPINLOCK(outstanding_lock); /* guards what follows */
 static u32 outstanding[2];
-static u32 bits_set, bits_collected, sets[SETTERS], waits;
+static u32 bits_set, bits_collected, waits;
 
 static u32 own_bits(const struct soak_actor *actor)
 {
@@ -105,28 +126,26 @@ static u32 own_bits(const struct soak_actor *actor)
 void soak_event_set_step(struct soak_actor *actor)
 {
 	const u32 *const decide = actor->decide;
-	unsigned long flags;
 	u32 bits[2], rc;
 	unsigned int i;
 
-	if (sets[0] + sets[1] + sets[2] > waits + 20)
+	if (sum(sets, SETTERS) > READ_ONCE(waits) + 20)
 		return;
-	local_irq_save(flags);
+	spin_lock(&outstanding_lock);
 	for (i = 0; i < 2; i++) {
 		bits[i] = decide[i] & own_bits(actor) & ~outstanding[i];
 		outstanding[i] |= bits[i];
 		bits_set += hweight32(bits[i]);
 	}
-	local_irq_restore(flags);
+	spin_unlock(&outstanding_lock);
 	rc = zorva_event_set(SOAK_EVENT_COMP, event, bits);
 	SOAK_CHECK(!rc, "an event cannot be set: 0x%x", rc);
-	sets[actor->index]++;
+	count(&sets[actor->index]);
 }
 
 /* Waits once; true when a signal has come. */
 static bool collect(u32 timeout)
 {
-	unsigned long flags;
 	unsigned int i;
 	u32 bits[2];
 	const u32 rc = zorva_event_wait(SOAK_EVENT_COMP, event, bits, timeout);
@@ -138,8 +157,8 @@ static bool collect(u32 timeout)
 		SOAK_CHECK(!bits[0] && !bits[1], "bits without a signal");
 		return false;
 	}
-	local_irq_save(flags);
-	waits++;
+	spin_lock(&outstanding_lock);
+	WRITE_ONCE(waits, waits + 1);
 	for (i = 0; i < 2; i++) {
 		SOAK_CHECK(!(bits[i] & ~outstanding[i]),
 			   "bits 0x%x were collected that were not set",
@@ -147,7 +166,7 @@ static bool collect(u32 timeout)
 		outstanding[i] &= ~bits[i];
 		bits_collected += hweight32(bits[i]);
 	}
-	local_irq_restore(flags);
+	spin_unlock(&outstanding_lock);
 	return true;
 }
 

@@ -4,6 +4,7 @@
  * ends. Loading the module is the soak; its parameter "violations" is read
  * afterwards. It never goes away: the module's reports come here.
  */
+#include <linux/cpumask.h>
 #include <linux/delay.h>
 #include <linux/jhash.h>
 #include <linux/mm.h>
@@ -13,6 +14,7 @@
 #include "soak.h"
 
 #define DIGEST_STEPS 50u
+#define STEPS_ON_ONE 32u
 
 static unsigned int seed = 1;
 module_param(seed, uint, 0444);
@@ -109,6 +111,28 @@ static void decide(struct soak_actor *actor)
 					 actor->decisions);
 }
 
+/*
+ * With several processors, every actor moves to another one now and then, so
+ * that each meets each of the others on its own and on another.
+ */
+static struct cpumask processors_used;
+
+static void move_on(const struct soak_actor *actor)
+{
+	const unsigned int number =
+		actor->steps / STEPS_ON_ONE + (unsigned int)(actor - actors);
+	unsigned int cpu, i;
+
+	if (actor->steps % STEPS_ON_ONE == 0 && num_online_cpus() > 1) {
+		cpu = cpumask_first(cpu_online_mask);
+		for (i = number % num_online_cpus(); i > 0; i--)
+			cpu = cpumask_next(cpu, cpu_online_mask);
+		SOAK_CHECK(!set_cpus_allowed_ptr(current, cpumask_of(cpu)),
+			   "%s cannot move to processor %u", actor->name, cpu);
+	}
+	cpumask_set_cpu(raw_smp_processor_id(), &processors_used);
+}
+
 /* A breath between two steps, by a number of its own. */
 static void pause_after(const struct soak_actor *actor)
 {
@@ -127,6 +151,7 @@ static void run(void *argument)
 	struct soak_actor *const actor = argument;
 
 	while (READ_ONCE(soak_phase) < actor->ends_in) {
+		move_on(actor);
 		decide(actor);
 		actor->step(actor);
 		pause_after(actor);
@@ -247,6 +272,10 @@ static void print_steps(void)
 	}
 	pr_info("soak: %u steps by %zu actors, %d failed allocations\n", steps,
 		ARRAY_SIZE(actors), atomic_read(&soak_expected.no_memory));
+	SOAK_CHECK(cpumask_weight(&processors_used) == num_online_cpus(),
+		   "%u processors of %u were used",
+		   cpumask_weight(&processors_used), num_online_cpus());
+	pr_info("soak: on %u processors\n", num_online_cpus());
 	pr_info("soak: seed %u: decisions 0x%08x\n", seed, digest);
 }
 

@@ -5,6 +5,7 @@
  * timers' callbacks, which share one.
  */
 #include <linux/slab.h>
+#include <linux/spinlock.h>
 #include <linux/string.h>
 
 #include "soak.h"
@@ -26,7 +27,7 @@ static struct holder {
 	u32 allocs;
 } * holders;
 
-/* Guarded by interrupts being off. */
+static DEFINE_SPINLOCK(irq_slots_lock); /* guards what follows */
 static struct slot irq_slots[IRQ_SLOTS];
 static u32 irq_allocs, irq_bytes, irq_blocks;
 
@@ -117,7 +118,7 @@ void soak_mem_in_interrupt(unsigned int index)
 	struct slot *const slot = &irq_slots[index % IRQ_SLOTS];
 	unsigned long flags;
 
-	local_irq_save(flags);
+	spin_lock_irqsave(&irq_slots_lock, flags);
 	if (slot->block) {
 		SOAK_CHECK(is_whole(slot), "an interrupt's block has changed");
 		zorva_free(SOAK_IRQ_COMP, slot->block);
@@ -135,7 +136,7 @@ void soak_mem_in_interrupt(unsigned int index)
 			irq_allocs++;
 		}
 	}
-	local_irq_restore(flags);
+	spin_unlock_irqrestore(&irq_slots_lock, flags);
 }
 
 int soak_mem_set_up(void)

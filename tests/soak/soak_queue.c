@@ -5,6 +5,7 @@
  * two receivers, each of whom sees a rising sequence; together they get all.
  */
 #include <linux/jhash.h>
+#include <linux/spinlock.h>
 #include <linux/string.h>
 
 #include "soak.h"
@@ -25,7 +26,9 @@ static const unsigned int queue_of[RECEIVERS] = { 0, 1, 1 };
 
 static zorva_msg_queue_t *queues[QUEUES];
 static u32 sent[QUEUES][SENDERS];
+static DEFINE_SPINLOCK(sums_lock); /* guards what follows */
 static u32 sent_sum[QUEUES], received_sum[QUEUES];
+/* Each of these belongs to one actor. */
 static u32 received[RECEIVERS][SENDERS];
 static u32 next_expected[RECEIVERS][SENDERS];
 
@@ -62,12 +65,10 @@ void soak_send_step(struct soak_actor *actor)
 			   "a message cannot be sent: 0x%x", rc);
 		atomic_inc(&soak_expected.send_failed);
 	} else {
-		unsigned long flags;
-
-		local_irq_save(flags);
 		sent[queue][actor->index]++;
+		spin_lock(&sums_lock);
 		sent_sum[queue] += head.hash;
-		local_irq_restore(flags);
+		spin_unlock(&sums_lock);
 	}
 	depth = zorva_msg_queue_depth(SOAK_QUEUE_COMP, queues[queue]);
 	SOAK_CHECK(depth >= 0 && depth <= DEPTH, "a queue holds %d messages",
@@ -79,7 +80,6 @@ static void check(unsigned int receiver, const u8 *buffer)
 	const u32 queue = queue_of[receiver];
 	struct message head;
 	u8 whole[MESSAGE_SIZE];
-	unsigned long flags;
 	u32 *next;
 
 	memcpy(&head, buffer, sizeof(head));
@@ -100,9 +100,9 @@ static void check(unsigned int receiver, const u8 *buffer)
 		   head.sequence, head.sender, *next);
 	*next = head.sequence + 1;
 	received[receiver][head.sender]++;
-	local_irq_save(flags);
+	spin_lock(&sums_lock);
 	received_sum[queue] += head.hash;
-	local_irq_restore(flags);
+	spin_unlock(&sums_lock);
 }
 
 static bool receive(unsigned int receiver, u32 timeout)

@@ -5,6 +5,7 @@
  */
 #include <linux/pid.h>
 #include <linux/rcupdate.h>
+#include <linux/spinlock.h>
 
 #include "soak.h"
 
@@ -108,8 +109,9 @@ void soak_thread_step(struct soak_actor *actor)
 
 /*
  * A wait module is signalled again only when the signal before has woken its
- * waiter, so that none may be merged. Changed with interrupts off.
+ * waiter, so that none may be merged.
  */
+static DEFINE_SPINLOCK(waits_lock); /* guards the numbers of all */
 static struct soak_wait {
 	u32 id;
 	u32 signalled;
@@ -123,7 +125,7 @@ static void signal(struct soak_wait *wait)
 	unsigned long flags;
 	u32 rc;
 
-	local_irq_save(flags);
+	spin_lock_irqsave(&waits_lock, flags);
 	if (wait->signalled == wait->woken) {
 		wait->signalled++;
 		wait->since = jiffies;
@@ -133,12 +135,12 @@ static void signal(struct soak_wait *wait)
 		SOAK_CHECK(time_before(jiffies, wait->since + 20 * HZ),
 			   "a wake-up was lost");
 	}
-	local_irq_restore(flags);
+	spin_unlock_irqrestore(&waits_lock, flags);
 }
 
 void soak_wake_in_interrupt(void)
 {
-	if (soak_phase == SOAK_RUNNING)
+	if (READ_ONCE(soak_phase) == SOAK_RUNNING)
 		signal(&waits[WAIT_OF_INTERRUPTS]);
 }
 
@@ -181,18 +183,19 @@ void soak_waiter_step(struct soak_actor *actor)
 	u32 rc;
 
 	/* The last signal of all has come: nobody would wake it again. */
-	if (wait->ending && wait->signalled == wait->woken) {
+	if (READ_ONCE(wait->ending) &&
+	    READ_ONCE(wait->signalled) == wait->woken) {
 		zorva_time_usleep(10000);
 		return;
 	}
 	rc = zorva_wait_event(SOAK_WAIT_COMP, wait->id);
 	SOAK_CHECK(!rc, "a wait module cannot be waited for: 0x%x", rc);
-	local_irq_save(flags);
+	spin_lock_irqsave(&waits_lock, flags);
 	SOAK_CHECK(wait->signalled == wait->woken + 1,
 		   "a waiter was woken %u times by %u signals", wait->woken + 1,
 		   wait->signalled);
 	wait->woken++;
-	local_irq_restore(flags);
+	spin_unlock_irqrestore(&waits_lock, flags);
 }
 
 void soak_release_waiters(void)
@@ -205,7 +208,7 @@ void soak_release_waiters(void)
 		SOAK_WAIT(READ_ONCE(wait->woken) == wait->signalled,
 			  "wait module %u: %u wake-ups of %u", i, wait->woken,
 			  wait->signalled);
-		wait->ending = true;
+		WRITE_ONCE(wait->ending, true);
 		signal(wait);
 		SOAK_WAIT(READ_ONCE(wait->woken) == wait->signalled,
 			  "wait module %u: the last wake-up was lost", i);

@@ -4,13 +4,21 @@
  * by their own callbacks. Each start has to give one callback, not too early
  * and not never, or a stop.
  *
- * A timer's model changes together with the timer, with interrupts off: on a
- * uniprocessor nothing comes in between.
+ * A timer belongs to one actor; beside it only its own callback uses it. Its
+ * model changes together with the timer, under a lock and with interrupts off.
+ * On one processor nothing comes in between. On several, a callback may have
+ * begun by then and wait for the lock: a start that finds the timer at rest all
+ * the same comes on top of that one, and whether a start that is stopped with
+ * interrupts off still gives its callback is in doubt until the actor stops the
+ * timer with interrupts on, which waits for it.
  */
+#include <linux/cpumask.h>
 #include <linux/ktime.h>
+#include <linux/spinlock.h>
 
 #include "soak.h"
 
+#define ACTORS 2
 #define TICK_TIMERS 8
 #define HRT_TIMERS 6
 #define TIMERS (TICK_TIMERS + HRT_TIMERS)
@@ -19,10 +27,12 @@
 static struct soak_timer {
 	bool hrt;
 	u32 id;
-	u32 period;
+	spinlock_t lock; /* guards what follows */
+	u32 period;	 /* of the last start */
 	ktime_t started;
 	unsigned long started_tick;
-	bool outstanding;
+	u32 outstanding; /* starts without a callback or a stop */
+	u32 doubtful;	 /* those of them that were stopped */
 	u32 starts;
 	u32 fired;
 	u32 stopped;
@@ -30,19 +40,24 @@ static struct soak_timer {
 
 static struct soak_account before;
 
+static bool is_alone(void)
+{
+	return num_online_cpus() == 1;
+}
+
 static void note_start(struct soak_timer *timer, u32 period)
 {
 	timer->period = period;
 	timer->started = ktime_get();
 	timer->started_tick = jiffies;
-	timer->outstanding = true;
+	timer->outstanding++;
 	timer->starts++;
 }
 
-/* Interrupts are off. */
+/* The lock is held. */
 static void start(struct soak_timer *timer, u32 period)
 {
-	const bool running = timer->outstanding;
+	const u32 outstanding = timer->outstanding;
 	struct soak_timer noted = *timer;
 	u32 rc;
 
@@ -52,29 +67,66 @@ static void start(struct soak_timer *timer, u32 period)
 		     ? zorva_hrt_timer_start(SOAK_TIMER_COMP, &timer->id,
 					     period)
 		     : zorva_timer_start(SOAK_TIMER_COMP, &timer->id, period);
-	SOAK_CHECK(rc == (running ? ZORVA_RC_FAIL : ZORVA_RC_OK),
-		   "a start of a timer that was %srunning: 0x%x",
-		   running ? "" : "not ", rc);
-	if (!running)
-		*timer = noted;
+	if (is_alone())
+		SOAK_CHECK(rc == (outstanding ? ZORVA_RC_FAIL : ZORVA_RC_OK),
+			   "a start of a timer that was %srunning: 0x%x",
+			   outstanding ? "" : "not ", rc);
+	else
+		SOAK_CHECK(rc == ZORVA_RC_OK
+				   ? outstanding <= 1
+				   : rc == ZORVA_RC_FAIL &&
+					     (outstanding || timer->doubtful),
+			   "a start of a timer with %u starts: 0x%x",
+			   outstanding, rc);
+	if (rc)
+		return;
+	timer->period = noted.period;
+	timer->started = noted.started;
+	timer->started_tick = noted.started_tick;
+	timer->outstanding = noted.outstanding;
+	timer->starts = noted.starts;
 }
 
-static void stop(struct soak_timer *timer)
+/* What was outstanding is stopped, or, when it is not known, in doubt. */
+static void note_stop(struct soak_timer *timer, bool known)
+{
+	if (known)
+		timer->stopped += timer->outstanding;
+	else
+		timer->doubtful += timer->outstanding;
+	timer->outstanding = 0;
+}
+
+static void call_stop(struct soak_timer *timer)
 {
 	const u32 rc =
 		timer->hrt ? zorva_hrt_timer_stop(SOAK_TIMER_COMP, &timer->id)
 			   : zorva_timer_stop(SOAK_TIMER_COMP, &timer->id);
 
 	SOAK_CHECK(!rc, "a timer cannot be stopped: 0x%x", rc);
-	timer->stopped += timer->outstanding;
-	timer->outstanding = false;
 }
 
+/* With interrupts on: afterwards no callback is running, and none will come. */
+static void stop(struct soak_timer *timer)
+{
+	unsigned long flags;
+
+	call_stop(timer);
+	spin_lock_irqsave(&timer->lock, flags);
+	SOAK_CHECK(timer->outstanding <= 1, "a timer has %u starts",
+		   timer->outstanding);
+	note_stop(timer, true);
+	timer->stopped += timer->doubtful;
+	timer->doubtful = 0;
+	spin_unlock_irqrestore(&timer->lock, flags);
+}
+
+/* The lock is held. */
 static void refresh(struct soak_timer *timer, u32 period)
 {
 	u32 rc;
 
-	timer->stopped += timer->outstanding;
+	note_stop(timer, is_alone());
 	note_start(timer, period);
 	rc = timer->hrt
 		     ? zorva_hrt_timer_refresh(SOAK_TIMER_COMP, &timer->id,
@@ -91,22 +143,36 @@ static bool is_early(const struct soak_timer *timer)
 	return jiffies - timer->started_tick < timer->period / 10;
 }
 
+/* The lock is held. The callback may be that of a start in doubt. */
+static void note_callback(struct soak_timer *timer, unsigned long index)
+{
+	const bool on_top = timer->outstanding > 1;
+
+	timer->fired++;
+	if (timer->doubtful && (!timer->outstanding || is_early(timer))) {
+		timer->doubtful--;
+		return;
+	}
+	SOAK_CHECK(timer->outstanding, "timer %lu: a callback without a start",
+		   index);
+	/* Of two starts the first one's time is no longer known. */
+	SOAK_CHECK(on_top || !timer->outstanding || !is_early(timer),
+		   "timer %lu: %u ms ended too early", index, timer->period);
+	if (timer->outstanding)
+		timer->outstanding--;
+}
+
 static void expired(unsigned long index)
 {
 	struct soak_timer *const timer = &timers[index];
 	unsigned long flags;
 
-	local_irq_save(flags);
 	SOAK_CHECK(in_interrupt(), "a callback outside an interrupt");
-	SOAK_CHECK(timer->outstanding, "timer %lu: a callback without a start",
-		   index);
-	SOAK_CHECK(!is_early(timer), "timer %lu: %u ms ended too early", index,
-		   timer->period);
-	timer->outstanding = false;
-	timer->fired++;
-	if (timer->fired % 4 == 0 && soak_phase == SOAK_RUNNING)
+	spin_lock_irqsave(&timer->lock, flags);
+	note_callback(timer, index);
+	if (timer->fired % 4 == 0 && READ_ONCE(soak_phase) == SOAK_RUNNING)
 		start(timer, timer->period);
-	local_irq_restore(flags);
+	spin_unlock_irqrestore(&timer->lock, flags);
 
 	soak_mem_in_interrupt(index);
 	if (index == 0)
@@ -116,27 +182,34 @@ static void expired(unsigned long index)
 void soak_timer_step(struct soak_actor *actor)
 {
 	const u32 *const decide = actor->decide;
-	struct soak_timer *const timer = &timers[decide[0] % TIMERS];
+	struct soak_timer *const timer =
+		&timers[decide[0] % (TIMERS / ACTORS) * ACTORS + actor->index];
 	const u32 period = 1 + decide[1] % (decide[2] % 8 ? 40 : 400);
 	unsigned long flags;
 
-	local_irq_save(flags);
+	spin_lock_irqsave(&timer->lock, flags);
 	SOAK_CHECK(!timer->outstanding ||
 			   ktime_ms_delta(ktime_get(), timer->started) <
 				   timer->period + LATE_SECS * 1000,
 		   "a timer of %u ms has not ended", timer->period);
-	switch (decide[3] % 4) {
+	switch (decide[3] % 8) {
 	case 0:
-		stop(timer);
+		call_stop(timer);
+		note_stop(timer, is_alone());
 		break;
 	case 1:
+	case 2:
 		refresh(timer, period);
+		break;
+	case 3:
 		break;
 	default:
 		start(timer, period);
 		break;
 	}
-	local_irq_restore(flags);
+	spin_unlock_irqrestore(&timer->lock, flags);
+	if (decide[3] % 8 == 3)
+		stop(timer);
 }
 
 static u32 make(unsigned int index)
@@ -178,6 +251,7 @@ int soak_timer_set_up(void)
 		u32 rc;
 
 		timers[i].hrt = i >= TICK_TIMERS;
+		spin_lock_init(&timers[i].lock);
 		if (i == 0 || i == TICK_TIMERS)
 			make_without_memory(i);
 		rc = make(i);
@@ -195,16 +269,10 @@ void soak_timer_take_down(void)
 {
 	u32 starts = 0, fired = 0, stopped = 0;
 	struct soak_account after;
-	unsigned long flags;
 	unsigned int i;
 
-	for (i = 0; i < TIMERS; i++) {
-		struct soak_timer *const timer = &timers[i];
-
-		local_irq_save(flags);
-		stop(timer);
-		local_irq_restore(flags);
-	}
+	for (i = 0; i < TIMERS; i++)
+		stop(&timers[i]);
 	/* Nothing may come any more. */
 	schedule_timeout_uninterruptible(HZ / 2);
 	for (i = 0; i < TIMERS; i++) {

@@ -175,18 +175,20 @@ static void a_free_takes_any_use_but_0(struct kunit *test)
 	ZT_EXPECT_NO_USAGE(test, OWNER);
 }
 
+/* Nobody else may get the memory between two frees. */
+static void free_twice(void *user)
+{
+	zorva_free_track(CALLER, user, "first.c", 1);
+	zorva_free_track(CALLER, user, "a_second_name_of_28_chars.c", 2);
+}
+
 static void a_second_free_is_found_and_counted_once(struct kunit *test)
 {
 	void *kept = allocate(test, TWICE, 5);
 	void *user = zorva_malloc_track(TWICE, SIZE, "a_name_of_20_chars.c",
 					0xFFFFFFFE);
-	unsigned long flags;
 
-	/* Nobody else may get the memory between the two. */
-	local_irq_save(flags);
-	zorva_free_track(CALLER, user, "first.c", 1);
-	zorva_free_track(CALLER, user, "a_second_name_of_28_chars.c", 2);
-	local_irq_restore(flags);
+	zt_alone(free_twice, user);
 
 	/* The caller's file is whole, the block's as the header has it. */
 	EXPECT_FREE_ERROR(test,
@@ -196,38 +198,43 @@ static void a_second_free_is_found_and_counted_once(struct kunit *test)
 	release(kept);
 }
 
+static void clean_up_two(void *places)
+{
+	void **const place = places;
+
+	zorva_free_cleanup(&place[0]);
+	zorva_free_cleanup(&place[1]);
+}
+
 static void a_second_cleanup_is_found_and_counted_once(struct kunit *test)
 {
 	void *kept = allocate(test, CLEANED, 5);
 	void *user = allocate(test, CLEANED, SIZE);
-	void *first = user, *second = user;
-	unsigned long flags;
+	void *places[] = { user, user };
 
-	local_irq_save(flags);
-	zorva_free_cleanup(&first);
-	zorva_free_cleanup(&second);
-	local_irq_restore(flags);
+	zt_alone(clean_up_two, places);
 
 	EXPECT_CLEANUP_ERROR(test,
 			     "Double free or invalid memory detected: ptr=%px",
 			     user);
-	ZT_EXPECT_NULL(test, first);
-	KUNIT_EXPECT_PTR_EQ(test, second, user);
+	ZT_EXPECT_NULL(test, places[0]);
+	KUNIT_EXPECT_PTR_EQ(test, places[1], user);
 	KUNIT_EXPECT_EQ(test, zt_stack_dumps(), 0u);
 	ZT_EXPECT_USAGE(test, CLEANED, 5u, 85u, 2u, 1u);
 	release(kept);
 }
 
-static void a_free_after_a_cleanup_is_found(struct kunit *test)
+static void clean_up_and_release(void *user)
 {
-	void *user = allocate(test, OWNER, SIZE);
 	void *place = user;
-	unsigned long flags;
 
-	local_irq_save(flags);
 	zorva_free_cleanup(&place);
 	release(user);
-	local_irq_restore(flags);
+}
+
+static void a_free_after_a_cleanup_is_found(struct kunit *test)
+{
+	zt_alone(clean_up_and_release, allocate(test, OWNER, SIZE));
 
 	EXPECT_FREE_ERROR(test,
 			  "Double free detected at caller.c:78, originally allocated at owner.c:77");
@@ -463,18 +470,20 @@ static void a_wrong_owner_is_debited(struct kunit *test)
 	ZT_EXPECT_FILE(test, "zorva.mem", ZT_MEM_HEAD);
 }
 
+static void release_twice(void *user)
+{
+	release(user);
+	release(user);
+}
+
 static void a_wrong_file_line_or_time_is_not_checked(struct kunit *test)
 {
 	struct zt_block *block = zt_block_of(allocate(test, OWNER, SIZE));
-	unsigned long flags;
 
 	memcpy(block->file, "damaged", 8);
 	block->line = 5;
 	block->alloc_time = 0xFFFFFFFF;
-	local_irq_save(flags);
-	release(block + 1);
-	release(block + 1);
-	local_irq_restore(flags);
+	zt_alone(release_twice, block + 1);
 
 	/* The second free shows what the header has. */
 	EXPECT_FREE_ERROR(test,

@@ -208,4 +208,10 @@ extern const unsigned int zt_context_count;
 		WRITE_ONCE(word, zt_kept_);                                    \
 	} while (0)
 
+/*
+ * Calls a function with interrupts off and every other processor standing
+ * still: nobody else runs until it returns.
+ */
+void zt_alone(void (*fn)(void *arg), void *arg);
+
 #endif

@@ -12,6 +12,7 @@
 #include <linux/module.h>
 #include <linux/sched.h>
 #include <linux/slab.h>
+#include <linux/stop_machine.h>
 #include <linux/string.h>
 #include <linux/timekeeping.h>
 #include <linux/vmalloc.h>
@@ -329,6 +330,27 @@ static void run_with_irqs_off(void (*fn)(void *arg), void *arg)
 	fn(arg);
 	local_irq_restore(flags);
 }
+
+struct lone_call {
+	void (*fn)(void *arg);
+	void *arg;
+};
+
+static int call_alone(void *data)
+{
+	struct lone_call *const call = data;
+
+	call->fn(call->arg);
+	return 0;
+}
+
+void zt_alone(void (*fn)(void *arg), void *arg)
+{
+	struct lone_call call = { fn, arg };
+
+	stop_machine(call_alone, &call, NULL);
+}
+EXPORT_SYMBOL_GPL(zt_alone);
 
 static void run_under_spin_lock(void (*fn)(void *arg), void *arg)
 {

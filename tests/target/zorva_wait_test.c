@@ -386,29 +386,44 @@ static void signals_from_before_a_wait_are_discarded_as_well(struct kunit *test)
 	destroy(test, id);
 }
 
+struct pair {
+	struct zt_sleeper *waiter;
+	u32 id;
+	bool wake_first;
+	u32 woken;
+	int sent;
+};
+
+static void wake_and_signal(void *arg)
+{
+	struct pair *const pair = arg;
+
+	if (pair->wake_first)
+		pair->woken = wake(pair->id);
+	pair->sent = send_sig(SIGUSR1, pair->waiter->task, 1);
+	if (!pair->wake_first)
+		pair->woken = wake(pair->id);
+}
+
 /* The waiter does not run before both are there, in either order. */
 static void a_signal_stays_when_it_comes_with_the_wake_up(struct kunit *test)
 {
-	const u32 id = create(test);
-	struct zt_sleeper *waiter;
-	unsigned int wake_first;
+	struct pair pair = { .id = create(test) };
+	unsigned int i;
 
-	for (wake_first = 0; wake_first < 2; wake_first++) {
-		waiter = zt_start_sleeper(test, wait, id);
-		zt_expect_asleep(test, waiter);
-		preempt_disable();
-		if (wake_first)
-			KUNIT_EXPECT_EQ(test, wake(id), ZORVA_RC_OK);
-		KUNIT_EXPECT_EQ(test, send_sig(SIGUSR1, waiter->task, 1), 0);
-		if (!wake_first)
-			KUNIT_EXPECT_EQ(test, wake(id), ZORVA_RC_OK);
-		preempt_enable();
-		zt_expect_returned(test, waiter);
-		KUNIT_EXPECT_TRUE(test, waiter->signals_left);
-		zt_let_go(test, waiter);
+	for (i = 0; i < 2; i++) {
+		pair.waiter = zt_start_sleeper(test, wait, pair.id);
+		pair.wake_first = i;
+		zt_expect_asleep(test, pair.waiter);
+		zt_alone(wake_and_signal, &pair);
+		KUNIT_EXPECT_EQ(test, pair.woken, ZORVA_RC_OK);
+		KUNIT_EXPECT_EQ(test, pair.sent, 0);
+		zt_expect_returned(test, pair.waiter);
+		KUNIT_EXPECT_TRUE(test, pair.waiter->signals_left);
+		zt_let_go(test, pair.waiter);
 		zt_forget_reports();
 	}
-	destroy(test, id);
+	destroy(test, pair.id);
 }
 
 /* A wait that need not sleep leaves signals alone. */

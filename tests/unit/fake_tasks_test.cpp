@@ -61,7 +61,7 @@ TEST_F(FakeTasks, RunOnlyWhenTheOthersBlock)
 TEST_F(FakeTasks, HavePidsNamesAndKinds)
 {
 	EXPECT_EQ(zk_current_pid(), 100);
-	EXPECT_STREQ(zk_task_comm(zk_current()), "main");
+	EXPECT_EQ(fake::comm_of(fake::main_pid), "main");
 	EXPECT_FALSE(zk_current_is_kthread());
 	const pid_t pid = fake::start_task("a name of more than 15", [] {
 		EXPECT_TRUE(zk_current_is_kthread());

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The processor: interrupts, spin locks, and who may sleep. There is one, as
- * on the target.
+ * The processors: interrupts, spin locks, and who may sleep. There is one, as
+ * on the target, unless a test wants several. One of them runs at a time, for
+ * as long as it is not told to let the others run, or waits for one of them.
  */
 #include "scheduler.h"
 
@@ -20,6 +21,8 @@ char thread_lock[16] asm("_zorvaThreadLock");
 char timer_lock[16] asm("_zorvaTimerLock");
 char wait_list_lock[16] asm("_waitListLck");
 
+bool fake_smp, fake_preemption;
+
 namespace
 {
 
@@ -32,10 +35,16 @@ struct held_lock {
 };
 
 bool forsaken;
-bool irqs_off;
-unsigned int hard_interrupts;
-unsigned int soft_interrupts;
-std::vector<held_lock> held;
+/* What a processor is in the middle of. */
+struct processor {
+	bool irqs_off;
+	unsigned int hard_interrupts;
+	unsigned int soft_interrupts;
+	std::vector<held_lock> held;
+};
+
+processor here;
+std::vector<const spinlock_t *> held_elsewhere;
 size_t locks_taken;
 std::function<void(const void *)> lock_hook;
 std::function<void(const void *)> unlock_hook;
@@ -55,7 +64,55 @@ std::vector<void (*)()> &restart_actions()
 	return actions;
 }
 
+/* While it lives, this processor stands still, and another one runs. */
+class standstill {
+public:
+	standstill() : was_(std::move(here))
+	{
+		here = {};
+		for (const held_lock &each : was_.held)
+			held_elsewhere.push_back(each.lock);
+	}
+	~standstill()
+	{
+		for (const held_lock &each : was_.held)
+			held_elsewhere.erase(std::find(held_elsewhere.begin(),
+						       held_elsewhere.end(),
+						       each.lock));
+		here = std::move(was_);
+	}
+	standstill(const standstill &) = delete;
+	standstill &operator=(const standstill &) = delete;
+
+private:
+	processor was_;
+};
+
+bool is_held_elsewhere(const spinlock_t *lock)
+{
+	return std::find(held_elsewhere.begin(), held_elsewhere.end(), lock) !=
+	       held_elsewhere.end();
+}
+
+/* More often nobody waits who is ever to go on. */
+constexpr unsigned int spin_limit = 10000;
+
+unsigned int spins;
+
+void spin(const char *caller)
+{
+	const standstill still;
+
+	if (++spins > spin_limit)
+		fake::fatal(std::string("deadlock: ") + caller +
+			    " waits for another processor for ever");
+	fake::wait_for_other_processors(caller);
+}
+
 const fake::at_restart forget_locks([] {
+	fake_smp = false;
+	fake_preemption = false;
+	spins = 0;
 	locks_taken = 0;
 	lock_hook = nullptr;
 	unlock_hook = nullptr;
@@ -74,10 +131,7 @@ at_restart::at_restart(void (*action)())
 void restart()
 {
 	if (forsaken) {
-		irqs_off = false;
-		hard_interrupts = 0;
-		soft_interrupts = 0;
-		held.clear();
+		here = {};
 	}
 	for (void (*action)() : restart_actions())
 		action();
@@ -96,8 +150,25 @@ bool is_forsaken()
 
 bool current_context_may_sleep()
 {
-	return !irqs_off && !hard_interrupts && !soft_interrupts &&
-	       held.empty();
+	return !here.irqs_off && !here.hard_interrupts &&
+	       !here.soft_interrupts && here.held.empty();
+}
+
+void preempt_tasks()
+{
+	fake_preemption = true;
+}
+
+void use_several_processors()
+{
+	fake_smp = true;
+}
+
+void run_other_processors()
+{
+	const standstill still;
+
+	preempt();
 }
 
 bool context::may_sleep() const
@@ -118,12 +189,12 @@ bool context::has_taken(const void *lock) const
 
 context current_context()
 {
-	context now = { irqs_off,
-			hard_interrupts || soft_interrupts,
+	context now = { here.irqs_off,
+			here.hard_interrupts || here.soft_interrupts,
 			{},
 			taken_by_running() };
 
-	for (const held_lock &each : held)
+	for (const held_lock &each : here.held)
 		now.locks.push_back(each.lock);
 	return now;
 }
@@ -143,36 +214,36 @@ void before_spin_unlock(std::function<void(const void *lock)> hook)
 	unlock_hook = std::move(hook);
 }
 
-hard_interrupt::hard_interrupt() : were_off_(irqs_off)
+hard_interrupt::hard_interrupt() : were_off_(here.irqs_off)
 {
-	irqs_off = true;
-	++hard_interrupts;
+	here.irqs_off = true;
+	++here.hard_interrupts;
 }
 
 hard_interrupt::~hard_interrupt()
 {
-	--hard_interrupts;
-	irqs_off = were_off_;
+	--here.hard_interrupts;
+	here.irqs_off = were_off_;
 }
 
 soft_interrupt::soft_interrupt()
 {
-	++soft_interrupts;
+	++here.soft_interrupts;
 }
 
 soft_interrupt::~soft_interrupt()
 {
-	--soft_interrupts;
+	--here.soft_interrupts;
 }
 
-interrupts_off::interrupts_off() : were_off_(irqs_off)
+interrupts_off::interrupts_off() : were_off_(here.irqs_off)
 {
-	irqs_off = true;
+	here.irqs_off = true;
 }
 
 interrupts_off::~interrupts_off()
 {
-	irqs_off = were_off_;
+	here.irqs_off = were_off_;
 }
 
 void on_failure(void (*handler)(const std::string &what))
@@ -206,31 +277,33 @@ void might_sleep(const char *caller)
 
 unsigned long zk_local_irq_save(void)
 {
-	const unsigned long flags = irqs_off ? flags_off : flags_on;
+	const unsigned long flags = here.irqs_off ? flags_off : flags_on;
 
-	irqs_off = true;
+	here.irqs_off = true;
 	return flags;
 }
 
 void zk_local_irq_restore(unsigned long flags)
 {
-	if (!irqs_off)
+	if (!here.irqs_off)
 		fake::complain("interrupts on while they are kept off");
-	irqs_off = flags == flags_off;
+	here.irqs_off = flags == flags_off;
 }
 
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 {
 	fake::may_switch(fake::switch_point::kernel_call);
 
-	const unsigned long flags = irqs_off ? flags_off : flags_on;
+	const unsigned long flags = here.irqs_off ? flags_off : flags_on;
 
-	for (const held_lock &each : held)
+	for (const held_lock &each : here.held)
 		if (each.lock == lock)
 			fake::complain("taking a spin lock that is held");
-	irqs_off = true;
+	while (is_held_elsewhere(lock))
+		spin("spin_lock");
+	here.irqs_off = true;
 	++locks_taken;
-	held.push_back({ lock, flags });
+	here.held.push_back({ lock, flags });
 	if (lock_hook)
 		lock_hook(lock);
 	return flags;
@@ -238,18 +311,18 @@ unsigned long zk_spin_lock_irqsave(spinlock_t *lock)
 
 void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 {
-	if (held.empty() || held.back().lock != lock) {
+	if (here.held.empty() || here.held.back().lock != lock) {
 		fake::complain("giving a spin lock that is not the last taken");
 		return;
 	}
-	if (!irqs_off)
+	if (!here.irqs_off)
 		fake::complain("interrupts on under a spin lock");
-	if (held.back().flags != flags)
+	if (here.held.back().flags != flags)
 		fake::complain("giving a spin lock with flags of another");
 	if (unlock_hook)
 		unlock_hook(lock);
-	irqs_off = held.back().flags == flags_off;
-	held.pop_back();
+	here.irqs_off = here.held.back().flags == flags_off;
+	here.held.pop_back();
 	fake::may_switch(fake::switch_point::kernel_call);
 }
 
@@ -273,7 +346,18 @@ void zk_unlock_timers(unsigned long flags)
 	zk_spin_unlock_irqrestore(&_zorvaTimerLock, flags);
 }
 
+bool zk_may_wait(void)
+{
+	return !here.irqs_off && !zk_in_interrupt();
+}
+
+void zk_cpu_relax(void)
+{
+	fake::record("cpu_relax");
+	spin("cpu_relax");
+}
+
 bool zk_in_interrupt(void)
 {
-	return hard_interrupts || soft_interrupts;
+	return here.hard_interrupts || here.soft_interrupts;
 }

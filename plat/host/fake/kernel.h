@@ -57,7 +57,23 @@ void restart();
  */
 void on_failure(void (*handler)(const std::string &what));
 
-/* Context: what the one processor is doing. */
+/*
+ * Makes it a kernel that preempts tasks, or one with several processors, each
+ * of which runs a task: where neither is said, it is the target's.
+ */
+void preempt_tasks();
+void use_several_processors();
+
+/* Lets other tasks run as run_others() does, though this one has not blocked. */
+void preempt();
+/*
+ * Lets the other processors go on until each waits for this one, or has no
+ * task that can run, whatever this one has in hand: it keeps its locks and its
+ * interrupt.
+ */
+void run_other_processors();
+
+/* Context: what the processor of the running task is doing. */
 
 struct context {
 	bool interrupts_off;

@@ -206,9 +206,9 @@ void switch_tasks(const char *caller)
 	if (!current_context_may_sleep())
 		fatal(std::string(caller) + ": scheduling while atomic");
 	run_due_events();
-	if (signal_ends_sleep(self, self->state))
+	if (!self->stands_still && signal_ends_sleep(self, self->state))
 		self->state = state_running;
-	if (self->state == state_running)
+	if (self->stands_still || self->state == state_running)
 		ready.push_back(self);
 	self->blocked_in = caller;
 	self->on_cpu = false;
@@ -291,7 +291,7 @@ bool wake(task_struct *task, long states)
 	if (!(task->state & states))
 		return false;
 	task->state = state_running;
-	if (!task->on_cpu && !task->preempted)
+	if (!task->on_cpu && !task->preempted && !task->stands_still)
 		ready.push_back(task);
 	return true;
 }
@@ -320,6 +320,7 @@ pid_t start_task(const char *comm, std::function<void()> body, kind what)
 void run_others()
 {
 	task_struct *const self = running();
+	const bool were_run = self->runs_others;
 	const auto is_busy = [](const task_struct *task) {
 		return !task->runs_others;
 	};
@@ -327,7 +328,36 @@ void run_others()
 	self->runs_others = true;
 	while (std::any_of(ready.begin(), ready.end(), is_busy))
 		switch_tasks("run_others");
-	self->runs_others = false;
+	self->runs_others = were_run;
+}
+
+void preempt()
+{
+	task_struct *const self = running();
+	const bool stood_still = self->stands_still;
+
+	self->stands_still = true;
+	run_others();
+	self->stands_still = stood_still;
+}
+
+/* Also for a processor that has no task, and is in an interrupt. */
+void wait_for_other_processors(const char *caller)
+{
+	task_struct *const self = running();
+	const bool had_processor = self->on_cpu;
+	const bool stood_still = self->stands_still;
+	const bool were_run = self->runs_others;
+
+	self->stands_still = true;
+	self->runs_others = true;
+	switch_tasks(caller);
+	self->runs_others = were_run;
+	self->stands_still = stood_still;
+	self->on_cpu = had_processor;
+	/* Woken meanwhile. */
+	if (!had_processor && self->state == state_running)
+		ready.push_back(self);
 }
 
 bool has_ended(pid_t pid)

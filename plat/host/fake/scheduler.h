@@ -50,6 +50,7 @@ struct task_struct {
 	bool is_kthread;
 	bool left;
 	bool runs_others;
+	bool stands_still; /* can run again, whatever its state says */
 	bool on_cpu;
 	bool preempted; /* ready, whatever its state says */
 	long state;
@@ -137,6 +138,8 @@ u64 preemption_count();
 
 /* Makes a task ready if its state is one of those. */
 bool wake(struct task_struct *task, long states);
+/* Lets all others go on who can, or wait like the running task. */
+void wait_for_other_processors(const char *caller);
 bool signal_ends_sleep(const struct task_struct *task, long state);
 /*
  * Blocks the running task, in the state that it has set, for at most so many

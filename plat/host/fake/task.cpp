@@ -111,9 +111,9 @@ bool zk_current_is_kthread(void)
 	return fake::running()->is_kthread;
 }
 
-char *zk_task_comm(struct task_struct *task)
+void zk_set_comm(const char *name)
 {
-	return task->comm;
+	fake::set_comm(fake::running(), name);
 }
 
 pid_t zk_task_pid_nr(const struct task_struct *task)

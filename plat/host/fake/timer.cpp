@@ -71,7 +71,8 @@ struct fake_timer {
 	void (*function)(struct timer_list *timer);
 	unsigned long expires;
 	u32 initialised;
-	void *unused[2];
+	unsigned long in_callback;
+	void *unused;
 };
 
 struct fake_hrtimer {
@@ -108,8 +109,11 @@ fake_hrtimer &view(struct hrtimer *timer)
 void expire(struct timer_list *timer)
 {
 	const fake::soft_interrupt interrupt;
+	fake_timer &seen = view(timer);
 
-	view(timer).function(timer);
+	seen.in_callback = 1;
+	seen.function(timer);
+	seen.in_callback = 0;
 }
 
 void expire(struct hrtimer *timer)
@@ -344,8 +348,8 @@ void init_timer_key(struct timer_list *timer,
 	fake::record(fake::format("init_timer_key %u %s %s", flags, name,
 				  key ? "key" : "none"),
 		     timer);
-	*reinterpret_cast<fake_timer *>(
-		timer) = { function, 0, is_initialised, {} };
+	*reinterpret_cast<fake_timer *>(timer) = { function, 0, is_initialised,
+						   0, 0 };
 }
 
 /* One that is pending is armed anew. */
@@ -409,4 +413,32 @@ int hrtimer_cancel(struct hrtimer *timer)
 	if (seen.in_callback)
 		fake::fatal("deadlock: a timer's callback waits for itself");
 	return fake::cancel_event(timer);
+}
+
+bool zk_timer_is_armed(const struct timer_list *timer)
+{
+	return fake::is_pending(timer);
+}
+
+bool zk_timer_runs(struct timer_list *timer)
+{
+	fake::record("timer_runs", timer);
+	if (fake::is_pending(timer))
+		fake::complain("asking of an armed timer whether it runs");
+	return view(timer).in_callback;
+}
+
+bool zk_hrtimer_is_armed(struct hrtimer *timer)
+{
+	return fake::is_pending(timer);
+}
+
+/* As in the kernel, one that runs stays armed. */
+bool zk_hrtimer_cancel_or_runs(struct hrtimer *timer)
+{
+	fake::record("hrtimer_try_to_cancel", timer);
+	if (view(timer).in_callback)
+		return true;
+	fake::cancel_event(timer);
+	return false;
 }

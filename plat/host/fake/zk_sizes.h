@@ -13,6 +13,15 @@
 #define __ZORVA_ZK_SIZES_H__
 
 #define ZK_LINUX_VERSION 0x050adf
+
+/* What the target does not have, and tests may let the kernel have. */
+#ifdef __cplusplus
+/* NOLINTNEXTLINE(bugprone-dynamic-static-initializers) */
+extern bool fake_smp, fake_preemption;
+#endif
+#define ZK_SMP fake_smp
+#define ZK_PREEMPTION fake_preemption
+
 #define ZK_GFP_ATOMIC 0xa20
 #define ZK_GFP_KERNEL 0xcc0
 #define ZK_GFP_ZERO 0x100

@@ -284,9 +284,15 @@ bool zk_current_is_kthread(void)
 	return current->flags & PF_KTHREAD;
 }
 
-char *zk_task_comm(struct task_struct *task)
+void zk_set_comm(const char *name)
 {
-	return task->comm;
+	char comm[TASK_COMM_LEN] = {};
+
+	/* Who reads it meanwhile has the lock, or finds an end at least. */
+	strscpy(comm, name, sizeof(comm));
+	task_lock(current);
+	memcpy(current->comm, comm, sizeof(comm));
+	task_unlock(current);
 }
 
 pid_t zk_task_pid_nr(const struct task_struct *task)
@@ -301,11 +307,14 @@ struct pid *zk_task_pid(struct task_struct *task)
 
 long zk_task_state(const struct task_struct *task)
 {
-	/* 5.14: the member has another name; the values in use are the same. */
+	/*
+	 * The task changes it with no lock that a reader could take. 5.14: the
+	 * member has another name; the values in use are the same.
+	 */
 #if ZK_SINCE(5, 14)
 	return READ_ONCE(task->__state);
 #else
-	return task->state;
+	return READ_ONCE(task->state);
 #endif
 }
 
@@ -446,6 +455,43 @@ void zk_cond_resched(void)
 {
 	cond_resched();
 }
+
+#ifdef CONFIG_SMP
+bool zk_timer_is_armed(const struct timer_list *timer)
+{
+	return timer_pending(timer);
+}
+
+bool zk_timer_runs(struct timer_list *timer)
+{
+	/* 6.15: it has another name. */
+#if ZK_SINCE(6, 15)
+	return timer_delete_sync_try(timer) < 0;
+#else
+	return try_to_del_timer_sync(timer) < 0;
+#endif
+}
+
+bool zk_hrtimer_is_armed(struct hrtimer *timer)
+{
+	return hrtimer_is_queued(timer);
+}
+
+bool zk_hrtimer_cancel_or_runs(struct hrtimer *timer)
+{
+	return hrtimer_try_to_cancel(timer) < 0;
+}
+
+bool zk_may_wait(void)
+{
+	return !in_interrupt() && !irqs_disabled();
+}
+
+void zk_cpu_relax(void)
+{
+	cpu_relax();
+}
+#endif
 
 void zk_udelay(unsigned long usecs)
 {

@@ -72,6 +72,89 @@
 #define likely(x) __builtin_expect(!!(x), 1)
 #define unlikely(x) __builtin_expect(!!(x), 0)
 
+/*
+ * Whether a kernel lets others come in between where a uniprocessor that
+ * preempts no task lets nobody: other processors, or also just other tasks.
+ * Its configuration says so, and what hangs on it leaves no code elsewhere.
+ */
+inline bool zk_is_smp()
+{
+	return ZK_SMP;
+}
+
+inline bool zk_interleaves()
+{
+	return ZK_SMP || ZK_PREEMPTION;
+}
+
+/*
+ * A load and a store of what others may read or write at the same time, as the
+ * kernel's READ_ONCE() and WRITE_ONCE(): one access, as it stands. Where nobody
+ * comes in between they are plain ones, which the compiler places better.
+ */
+template <class T>
+inline T read_once(const T &from)
+{
+	return zk_interleaves() ? *const_cast<const volatile T *>(&from) : from;
+}
+
+template <class T>
+inline void write_once(T &to, T value)
+{
+	if (zk_interleaves())
+		*const_cast<volatile T *>(&to) = value;
+	else
+		to = value;
+}
+
+/*
+ * What is written before the first is seen by all who see what is written after
+ * it, and have the second between their reading of the two. On a uniprocessor
+ * only the compiler has to keep the order.
+ */
+inline void zk_smp_wmb()
+{
+	if (zk_is_smp())
+		__atomic_thread_fence(__ATOMIC_RELEASE);
+	else
+		__asm__ inline volatile("" : : : "memory");
+}
+
+inline void zk_smp_rmb()
+{
+	if (zk_is_smp())
+		__atomic_thread_fence(__ATOMIC_ACQUIRE);
+	else
+		__asm__ inline volatile("" : : : "memory");
+}
+
+/*
+ * Who reads what was stored last sees all that was written before it, as with
+ * the kernel's smp_load_acquire() and smp_store_release().
+ */
+template <class T>
+inline T load_acquire(const T &from)
+{
+	if (zk_is_smp())
+		return __atomic_load_n(&from, __ATOMIC_ACQUIRE);
+
+	const T value = read_once(from);
+
+	zk_smp_rmb();
+	return value;
+}
+
+template <class T>
+inline void store_release(T &to, T value)
+{
+	if (zk_is_smp()) {
+		__atomic_store_n(&to, value, __ATOMIC_RELEASE);
+		return;
+	}
+	zk_smp_wmb();
+	write_once(to, value);
+}
+
 /* The record around one of its members, which may lie at any address. */
 #define container_of(pointer, type, member)                                    \
 	(reinterpret_cast<type *>(reinterpret_cast<char *>(pointer) -          \
@@ -265,7 +348,9 @@ bool zk_in_interrupt(void);
 struct task_struct *zk_current(void);
 pid_t zk_current_pid(void);
 bool zk_current_is_kthread(void);
-char *zk_task_comm(struct task_struct *task);
+
+/* Gives the calling task a command name, cut to what there is room for. */
+void zk_set_comm(const char *name);
 pid_t zk_task_pid_nr(const struct task_struct *task);
 struct pid *zk_task_pid(struct task_struct *task);
 long zk_task_state(const struct task_struct *task);
@@ -317,6 +402,22 @@ void zk_hrtimer_set_function(
 ZK_FAR void(hrtimer_start_range_ns)(struct hrtimer *timer, ktime_t expires,
 				    u64 slack, const enum hrtimer_mode mode);
 ZK_FAR int(hrtimer_cancel)(struct hrtimer *timer);
+
+/*
+ * Only for kernels with several processors. A timer is armed from its start
+ * until the kernel takes it for expired, and runs from then on until its
+ * function has returned.
+ */
+bool zk_timer_is_armed(const struct timer_list *timer);
+bool zk_timer_runs(struct timer_list *timer); /* of one that is not armed */
+bool zk_hrtimer_is_armed(struct hrtimer *timer);
+
+/* Cancels, unless the timer runs; true when it does, armed anew or not. */
+bool zk_hrtimer_cancel_or_runs(struct hrtimer *timer);
+
+/* False with interrupts or bottom halves off. */
+bool zk_may_wait(void);
+void zk_cpu_relax(void);
 
 /* Sleeping and waiting. */
 ZK_FAR void(__init_waitqueue_head)(struct wait_queue_head *queue,

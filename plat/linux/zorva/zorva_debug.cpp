@@ -29,8 +29,13 @@ void print(u32 level, const debug_site &site, const char *format, va_list args)
 
 u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn)
 {
-	if (!_sys_dbg_pr_fn)
-		_sys_dbg_pr_fn = fn;
+	sys_dbg_pr_fn_t none = nullptr;
+
+	/* In one step, so that the first one stays. */
+	__atomic_compare_exchange_n(&_sys_dbg_pr_fn, &none, fn, false,
+				    zk_is_smp() ? __ATOMIC_RELEASE
+						: __ATOMIC_RELAXED,
+				    __ATOMIC_RELAXED);
 	return ZORVA_RC_OK;
 }
 

@@ -50,6 +50,30 @@ private:
 using memory_guard = irq_guard<zk_lock_memory, zk_unlock_memory>;
 using timer_guard = irq_guard<zk_lock_timers, zk_unlock_timers>;
 
+/*
+ * The same for what tasks alone write, and only where another one may come in
+ * between: elsewhere there is nothing to hold.
+ */
+class interleave_guard {
+public:
+	[[nodiscard]] explicit interleave_guard(spinlock_t &lock)
+		: lock_(lock),
+		  flags_(zk_interleaves() ? zk_spin_lock_irqsave(&lock) : 0)
+	{
+	}
+	~interleave_guard()
+	{
+		if (zk_interleaves())
+			zk_spin_unlock_irqrestore(&lock_, flags_);
+	}
+	interleave_guard(const interleave_guard &) = delete;
+	interleave_guard &operator=(const interleave_guard &) = delete;
+
+private:
+	spinlock_t &lock_;
+	const unsigned long flags_;
+};
+
 /* Holds a semaphore of count 1 that serves as a sleeping lock. */
 class sema_guard {
 public:

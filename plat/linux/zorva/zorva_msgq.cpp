@@ -89,9 +89,12 @@ void put_message(msg_ring &ring, const void *msg, u32 length)
 	memcpy(ring.buffer + ring.writeOffset, msg,
 	       smaller(length, ring.msgSize));
 	ring.writeOffset = next_slot(ring, ring.writeOffset);
-	++ring.currDepth;
-	if (ring.maxSeen < ring.currDepth)
-		ring.maxSeen = ring.currDepth;
+	const s32 depth = ring.currDepth + 1;
+
+	/* A report may be reading both. */
+	write_once(ring.currDepth, depth);
+	if (ring.maxSeen < depth)
+		write_once(ring.maxSeen, depth);
 }
 
 void get_message(msg_ring &ring, void *buffer, u32 length)
@@ -99,7 +102,7 @@ void get_message(msg_ring &ring, void *buffer, u32 length)
 	memcpy(buffer, ring.buffer + ring.readOffset,
 	       smaller(length, ring.msgSize));
 	ring.readOffset = next_slot(ring, ring.readOffset);
-	--ring.currDepth;
+	write_once(ring.currDepth, ring.currDepth - 1);
 }
 
 /* Sends; what was taken before a lock call failed is meant to stay taken. */

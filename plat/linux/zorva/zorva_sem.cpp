@@ -7,6 +7,10 @@
  * is released before an object's own lock is waited for, and the two
  * registries are never held together. A call is recorded before it waits: who
  * is blocked shows as the newest taker.
+ *
+ * _zorvaLockDbgLck guards that a registry is set up once and, on kernels where
+ * another task may come in between, that the PID and the name of a mutex's
+ * holder are those of one task.
  */
 #include "zorva_sem.h"
 #include "zorva_atomic.h"
@@ -26,14 +30,15 @@ constinit lock_class_key mutex_key = {};
 
 /* Makes a registry's lock with its first object. */
 template <class Record>
-void initialise(lock_registry<Record> &registry)
+[[gnu::always_inline]] inline void initialise(lock_registry<Record> &registry)
 {
 	const irq_spin_guard lock(_zorvaLockDbgLck);
 
 	if (registry.initialised)
 		return;
 	zk_sema_init(&registry.lock, 1);
-	registry.initialised = 1;
+	/* A report may look meanwhile; all others have an object. */
+	store_release(registry.initialised, 1u);
 }
 
 /* Puts a record first in its registry and gives it the next index. */
@@ -119,6 +124,25 @@ record(zorva_sem *sem, u32 timeout, u32 action, const char *file, u32 line)
 	slot.timeout = timeout;
 }
 
+/*
+ * Notes the calling task as the holder, whose name a report may be reading. The
+ * count comes last, and is read first by those who ask whether they are the
+ * holder: until it says that there is one, the PID may be that of the last.
+ */
+[[gnu::always_inline]] inline void note_holder(zorva_mutex *mutex, pid_t self)
+{
+	{
+		const interleave_guard lock(_zorvaLockDbgLck);
+
+		atomic_set(mutex->lockerPid, self);
+		if (!zk_comm_of_pid(self, mutex->lockerName))
+			copy_text(mutex->lockerName, "unknown",
+				  sizeof(mutex->lockerName));
+	}
+	zk_smp_wmb();
+	atomic_add(mutex->takeCount, 1);
+}
+
 /* Sleeping in an interrupt is warned about, not refused. */
 void warn_in_interrupt(const char *func, const char *file, u32 line)
 {
@@ -181,17 +205,15 @@ u32 zorva_mutex_take_track(u32 compId, zorva_mutex_t *mutex, const char *file,
 	const pid_t self = zk_current_pid();
 
 	/* Nesting is not counted: one give will release the mutex. */
-	if (atomic_read(mutex->takeCount) != 0 &&
-	    atomic_read(mutex->lockerPid) == self)
-		return ZORVA_RC_OK;
+	if (atomic_read(mutex->takeCount) != 0) {
+		zk_smp_rmb();
+		if (atomic_read(mutex->lockerPid) == self)
+			return ZORVA_RC_OK;
+	}
 
 	record(mutex, action_take, file, line);
 	zk_mutex_lock(&mutex->mutex);
-	atomic_add(mutex->takeCount, 1);
-	atomic_set(mutex->lockerPid, self);
-	if (!zk_comm_of_pid(self, mutex->lockerName))
-		copy_text(mutex->lockerName, "unknown",
-			  sizeof(mutex->lockerName));
+	note_holder(mutex, self);
 	return ZORVA_RC_OK;
 }
 
@@ -208,6 +230,7 @@ u32 zorva_mutex_give_track(u32 compId, zorva_mutex_t *mutex, const char *file,
 
 	if (atomic_read(mutex->takeCount) == 0)
 		return ZORVA_RC_OK;
+	zk_smp_rmb();
 	if (atomic_read(mutex->lockerPid) != zk_current_pid())
 		return ZORVA_RC_OK;
 	if (atomic_add(mutex->takeCount, -1) != 0)

@@ -96,8 +96,7 @@ int _zorva_thread_wrapper(void *argument)
 		set_user_nice(self, nice_of(record->priority));
 	}
 	if (record->name[0])
-		zorva_strlcpy(zk_task_comm(self), record->name,
-			      ZK_TASK_COMM_LEN);
+		zk_set_comm(record->name);
 
 	zk_get_task_struct(self);
 	{

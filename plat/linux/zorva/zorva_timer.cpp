@@ -10,6 +10,10 @@
  * back: it may start its timer again. A report copies what it shows under the
  * lock and prints it outside; when there is no memory for that, it prints the
  * timers under the lock.
+ *
+ * Of an expiry and a stop on two processors, the one that has the lock first
+ * decides. A callback under way is waited for without the lock, which other
+ * expiries and the callback itself may want.
  */
 #include "zorva_timer.h"
 #include "zorva_debug.h"
@@ -71,6 +75,16 @@ struct tick_kind {
 	{
 		del_timer(&timer->timer);
 	}
+	/* With several processors. */
+	static bool is_armed(record *timer)
+	{
+		return zk_timer_is_armed(&timer->timer);
+	}
+	static bool disarm_or_runs(record *timer)
+	{
+		del_timer(&timer->timer);
+		return zk_timer_runs(&timer->timer);
+	}
 };
 
 struct hrt_kind {
@@ -112,6 +126,18 @@ struct hrt_kind {
 	static void disarm(record *timer)
 	{
 		hrtimer_cancel(&timer->timer);
+	}
+	/*
+	 * With several processors. One that runs and is armed anew stays armed,
+	 * which its expiry finds out.
+	 */
+	static bool is_armed(record *timer)
+	{
+		return zk_hrtimer_is_armed(&timer->timer);
+	}
+	static bool disarm_or_runs(record *timer)
+	{
+		return zk_hrtimer_cancel_or_runs(&timer->timer);
 	}
 };
 
@@ -229,7 +255,8 @@ constexpr kind_of_timer kind = { Kind::init_name,
 	sys_sll_t *&list = kind.list;
 
 	if (!list) {
-		list = sys_sll_create(ZORVA_COMPONENT_SELF);
+		/* Others look whether there is one without the lock. */
+		write_once(list, sys_sll_create(ZORVA_COMPONENT_SELF));
 		if (!list) {
 			ADD_ERROR("Create linked-list failed.");
 			return ZORVA_RC_FAIL;
@@ -296,7 +323,7 @@ template <class Kind>
 	ZORVA_CHECK_IN(Kind::start_name, timerId, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::start_name, msecs != 0, ZORVA_RC_BAD_VALUE);
 	ZORVA_CHECK_IN(Kind::start_name, file, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(Kind::start_name, Kind::list, ZORVA_RC_FAIL);
+	ZORVA_CHECK_IN(Kind::start_name, read_once(Kind::list), ZORVA_RC_FAIL);
 
 	{
 		const timer_guard lock;
@@ -318,6 +345,35 @@ template <class Kind>
 	return ZORVA_RC_OK;
 }
 
+/*
+ * Stops a timer whose callback another processor may be calling. That is waited
+ * for, unless interrupts or bottom halves are off: the caller may then hold
+ * what the callback wants, or be that callback. A start in the meantime is
+ * stopped as well.
+ */
+template <class Kind>
+[[gnu::noinline, gnu::cold]] u32 stop_everywhere(u32 timerId)
+{
+	const bool may_wait = zk_may_wait();
+
+	for (;;) {
+		{
+			const timer_guard lock;
+			auto *const timer = find<Kind>(timerId);
+
+			if (!timer)
+				return ZORVA_RC_NOT_FOUND;
+
+			const bool runs = Kind::disarm_or_runs(timer);
+
+			clear_start(timer);
+			if (!runs || !may_wait)
+				return ZORVA_RC_OK;
+		}
+		zk_cpu_relax();
+	}
+}
+
 template <class Kind>
 [[gnu::always_inline]] inline u32 stop(u32 compId, const u32 *timerId,
 				       const char *file)
@@ -327,7 +383,9 @@ template <class Kind>
 		       ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK_IN(Kind::stop_name, timerId, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::stop_name, file, ZORVA_RC_NULL_ARG);
-	ZORVA_CHECK_IN(Kind::stop_name, Kind::list, ZORVA_RC_FAIL);
+	ZORVA_CHECK_IN(Kind::stop_name, read_once(Kind::list), ZORVA_RC_FAIL);
+	if (zk_is_smp())
+		return stop_everywhere<Kind>(*timerId);
 
 	{
 		const timer_guard lock;
@@ -370,13 +428,19 @@ template <class Kind>
 	return ZORVA_RC_OK;
 }
 
-/* Marks a timer as expired, and calls its callback without the lock. */
-template <class Record>
-void expire(Record *timer)
+/*
+ * Marks a timer as expired, and calls its callback without the lock; but not
+ * when another processor has stopped it, or stopped and started it anew, since
+ * the kernel took it for expired.
+ */
+template <class Kind>
+void expire(typename Kind::record *timer)
 {
 	{
 		const timer_guard lock;
 
+		if (zk_is_smp() && (!timer->running || Kind::is_armed(timer)))
+			return;
 		clear_start(timer);
 	}
 	timer->callback(timer->data);
@@ -513,7 +577,7 @@ void _zorva_timer_wrapper(struct timer_list *timer)
 
 	if (!record)
 		return;
-	expire(record);
+	expire<tick_kind>(record);
 }
 
 enum hrtimer_restart _zorva_hrt_timer_wrapper(struct hrtimer *timer)
@@ -522,7 +586,7 @@ enum hrtimer_restart _zorva_hrt_timer_wrapper(struct hrtimer *timer)
 
 	if (!record || !record->callback)
 		return HRTIMER_NORESTART;
-	expire(record);
+	expire<hrt_kind>(record);
 	return HRTIMER_NORESTART;
 }
 

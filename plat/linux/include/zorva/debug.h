@@ -44,8 +44,10 @@ typedef void (*sys_dbg_pr_fn_t)(u32 compId, s32 unit, u32 level,
  * change nothing. Until there is one, reports are lost. The code of @fn must
  * not go away before this module does.
  *
- * Context: Any, meant for once at the firmware's start; calls are not
- * serialised with each other.
+ * Of calls at the same time, one is the first. From its return on, and perhaps
+ * before, @fn may be called on any processor, several times at once.
+ *
+ * Context: Any, meant for once at the firmware's start.
  * Return: %ZORVA_RC_OK always, also when @fn was ignored.
  */
 u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn);

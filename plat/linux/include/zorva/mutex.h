@@ -44,7 +44,9 @@ zorva_mutex_t *zorva_mutex_create_track(u32 compId, const char *name,
  * @line: the caller's line
  *
  * Whether the mutex is held or waited for is not looked at: it is freed all
- * the same, and nobody may use it afterwards.
+ * the same, and nobody may use it afterwards. That includes a task that has
+ * given it, but is still inside its call, as is possible with preemption or on
+ * another processor.
  *
  * Context: Thread; may sleep.
  * Return: %ZORVA_RC_OK: freed. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG

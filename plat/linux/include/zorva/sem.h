@@ -52,7 +52,8 @@ zorva_sem_t *zorva_sem_create_track(u32 compId, const char *name,
  * @line: not read
  *
  * Tasks that wait for it are neither woken nor looked for: nobody may use it
- * afterwards.
+ * afterwards. That includes a task that has given a unit, but is still inside
+ * its call, as is possible with preemption or on another processor.
  *
  * Context: Thread; may sleep.
  * Return: %ZORVA_RC_OK: freed. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG

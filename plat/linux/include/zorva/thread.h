@@ -31,6 +31,11 @@ extern "C" {
  * runs all the same. It is listed before this call returns; if @entry is
  * short, it may also have ended by then.
  *
+ * Once it has left the list, /proc/zorva/zorva.thread, nothing of the firmware
+ * runs in it but the debug-print function, on any processor: the module that
+ * @entry belongs to may be unloaded. This module runs in it until its PID is
+ * gone, too, and must not be unloaded before.
+ *
  * Linux 5.10 answers with an error pointer when it cannot make the thread, or
  * when the caller is killed while it waits for it. That is not tested for, and
  * the kernel oopses: do not create threads from one that was told to end.
@@ -61,7 +66,9 @@ u32 zorva_thread_create_track(u32 compId, const char *name, u32 stackSize,
  * more: mutexes that it holds stay locked, and what it allocated stays
  * allocated. Elsewhere its entry function has to notice the signal; but
  * zorva_wait_event_track() discards it, and so a destruction during such a
- * wait is lost, unless the wait is woken before the thread has run again. On
+ * wait is lost, unless the wait is woken before the thread has run again. It
+ * may be running on another processor when this call returns, and has ended
+ * when it is gone from the list. On
  * Linux 5.10 a second SIGKILL to a thread that has outlived the first is no
  * longer seen as fatal.
  *

@@ -5,6 +5,18 @@
  *
  * A callback runs once for each start, unless the timer is stopped before. It
  * may start its timer again.
+ *
+ * With several processors, a callback may run on one of them while a stop or a
+ * refresh of its timer is called on another. Called by a thread that has
+ * interrupts and bottom halves on, they wait for it: when they return, no
+ * callback is running, and none comes but for a later start. The thread must
+ * then hold nothing that the callback waits for. Called with interrupts or
+ * bottom halves off, in an interrupt, or in the callback itself, they do not
+ * wait: a callback that has begun may still be running when they return, and
+ * may start its timer again; one that has not begun does not come. So what a
+ * callback uses, its module included, may go away after a stop of the first
+ * kind, when nobody starts the timer any more. On one processor no callback can
+ * be running where a thread is.
  */
 #ifndef ZORVA_TIMER_H
 #define ZORVA_TIMER_H
@@ -76,10 +88,12 @@ u32 zorva_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
  * @file: basename of the caller's source file
  * @line: the caller's line
  *
- * An expiry that is under way is not waited for: its callback may still be
- * called. And when an interrupt has refreshed the timer in the middle of one,
- * the timer counts as not running though the kernel's is armed: a stop leaves
- * it so, and the callback may still come for that start, too.
+ * A callback that another processor is running is waited for as said at the
+ * head of this file. On one processor, a stop in an interrupt may come in the
+ * middle of an expiry: the callback is then still called. And when an interrupt
+ * has refreshed the timer there, the timer counts as not running though the
+ * kernel's is armed: a stop leaves it so, and the callback may still come for
+ * that start, too.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: not running, also when it was not before.
@@ -101,8 +115,8 @@ u32 zorva_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
  * @file: basename of the caller's source file, of which 15 characters are kept
  * @line: the caller's line
  *
- * Between the two the timer is stopped, and an expiry that was under way may
- * still call its callback.
+ * Between the two the timer is stopped. A callback that was under way is
+ * treated as zorva_timer_stop_track() does.
  *
  * Context: As zorva_timer_stop_track().
  * Return: %ZORVA_RC_OK: running anew. %ZORVA_RC_BAD_COMPONENT,
@@ -178,9 +192,10 @@ u32 zorva_hrt_timer_start_track(u32 compId, const u32 *timerId, u32 msecs,
  * @file: basename of the caller's source file
  * @line: the caller's line
  *
- * Waits, with interrupts off, for a callback that is under way. A callback that
- * has started its own timer again must not stop or refresh it: it would wait
- * for itself for ever.
+ * A callback that another processor is running is waited for as said at the
+ * head of this file. On one processor, a callback that has started its own
+ * timer again must not stop or refresh it: it would wait for itself for ever,
+ * with interrupts off.
  *
  * Context: Any but a callback of the same timer that has started it; does not
  * sleep.
@@ -204,8 +219,8 @@ u32 zorva_hrt_timer_stop_track(u32 compId, const u32 *timerId, const char *file,
  * @file: basename of the caller's source file, of which 15 characters are kept
  * @line: the caller's line
  *
- * Between the two the timer is stopped, and an expiry that was under way may
- * still call its callback.
+ * Between the two the timer is stopped. A callback that was under way is
+ * treated as zorva_hrt_timer_stop_track() does.
  *
  * Context: As zorva_hrt_timer_stop_track().
  * Return: %ZORVA_RC_OK: running anew. %ZORVA_RC_BAD_COMPONENT,

@@ -42,10 +42,11 @@ u32 zorva_wait_module_create_track(u32 compId, u32 *waitId, const char *file,
  *
  * Waiters are not woken, and nobody may use the wait module afterwards. A
  * waiter that has been woken uses it until its call returns: to wake it and
- * then to destroy is a use of freed memory. It is taken out without any lock:
- * no wait module may be created or destroyed meanwhile. Destroying the oldest
- * leaves the next one with a link to freed memory, through which destroying
- * that one writes: destroy wait modules from the youngest to the oldest.
+ * then to destroy is a use of freed memory. The waiter itself may destroy it as
+ * soon as its call has returned, even while the one who woke it is still in
+ * his. Destroying the oldest leaves the next one with a link to freed memory,
+ * through which destroying that one writes: destroy wait modules from the
+ * youngest to the oldest.
  *
  * Context: Any; does not sleep.
  * Return: %ZORVA_RC_OK: freed. %ZORVA_RC_BAD_COMPONENT or %ZORVA_RC_NULL_ARG

@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * What must not come out when another task, or another processor, comes in
+ * between any two instructions of a call.
+ */
+#include "interleave.h"
+#include "msgq_fixture.h"
+#include "mutex_fixture.h"
+#include "timer_fixture.h"
+#include "zorva_wait.h"
+
+namespace
+{
+
+/* As many accesses to memory have all the calls here at least. */
+constexpr unsigned int some_rounds = 3;
+
+/* With other tasks that preempt, and with other processors. */
+class Interleaved : public ServiceTest,
+		    public ::testing::WithParamInterface<interleave::others> {
+protected:
+	static void
+	anywhere(const std::function<void(const interrupted_call &)> &round)
+	{
+		EXPECT_GE(interrupt_anywhere(GetParam(), round), some_rounds);
+	}
+
+	/* Lets time pass until all tasks have ended or are blocked. */
+	static void settle()
+	{
+		fake::sleep_for(sec);
+	}
+
+	static u32 create_wait_module()
+	{
+		u32 id = 0;
+
+		EXPECT_EQ(zorva_wait_module_create_track(owner, &id, "caller.c",
+							 7),
+			  ok);
+		return id;
+	}
+
+	static void wait(u32 id)
+	{
+		EXPECT_EQ(zorva_wait_event_track(owner, id, "caller.c", 8), ok);
+	}
+
+	static void wake(u32 id)
+	{
+		EXPECT_EQ(zorva_wake_up_track(owner, id, "caller.c", 9), ok);
+	}
+
+	static void destroy_wait_module(u32 id)
+	{
+		EXPECT_EQ(zorva_wait_module_destroy_track(owner, id, "caller.c",
+							  10),
+			  ok);
+	}
+
+	void destroy(zorva_mutex *mutex)
+	{
+		EXPECT_EQ(zorva_mutex_destroy_track(owner, mutex, "caller.c",
+						    9),
+			  ok);
+		reports();
+	}
+
+	static zorva_mutex *create_mutex()
+	{
+		return zorva_mutex_create_track(owner, "m", "caller.c", 7);
+	}
+
+	static void take(zorva_mutex *mutex)
+	{
+		EXPECT_EQ(zorva_mutex_take_track(owner, mutex, "caller.c", 11),
+			  ok);
+	}
+
+	static void give(zorva_mutex *mutex)
+	{
+		EXPECT_EQ(zorva_mutex_give_track(owner, mutex, "caller.c", 12),
+			  ok);
+	}
+};
+
+INSTANTIATE_TEST_SUITE_P(By, Interleaved,
+			 ::testing::Values(interleave::others::tasks,
+					   interleave::others::processors),
+			 [](const auto &info) {
+				 return info.param == interleave::others::tasks
+						? "Tasks"
+						: "Processors";
+			 });
+
+/* What a task waits at without the module's help, until it is opened. */
+class gate {
+public:
+	gate()
+	{
+		zk_sema_init(&sem_, 0);
+	}
+	void wait()
+	{
+		down(&sem_);
+	}
+	void open()
+	{
+		up(&sem_);
+	}
+
+private:
+	struct semaphore sem_;
+};
+
+void other_print(u32, s32, u32, const char *, const char *, s32, const char *,
+		 ...)
+{
+}
+
+} // namespace
+
+/* The debug-print function. */
+
+TEST_P(Interleaved, RegistrationOfAFunctionDoesNotReplaceAnother)
+{
+	unsigned int instructions =
+		interrupt_anywhere(GetParam(), [](const interrupted_call
+							  &interrupted) {
+			sys_dbg_pr_fn_t first = nullptr;
+			_sys_dbg_pr_fn = nullptr;
+			fake::start_task("other", [&first] {
+				zorva_debug_pr_fn_register(other_print);
+				first = _sys_dbg_pr_fn;
+			});
+
+			interrupted(zorva_debug_pr_fn_register, record_report);
+			fake::run_others();
+
+			EXPECT_NE(first, nullptr);
+			EXPECT_EQ(_sys_dbg_pr_fn, first);
+		});
+
+	EXPECT_GE(instructions, 1u);
+	_sys_dbg_pr_fn = record_report;
+}
+
+/* Wait modules. */
+
+TEST_P(Interleaved, TwoWaitersAreWokenTogether)
+{
+	const u32 id = create_wait_module();
+
+	anywhere([id](const interrupted_call &interrupted) {
+		const pid_t first = fake::start_task("first", [&] {
+			interrupted(zorva_wait_event_track, owner, id,
+				    "caller.c", 8);
+		});
+		const pid_t second = fake::start_task("second", [id] {
+			wait(id);
+		});
+		settle();
+		EXPECT_EQ(_zorvaWaitHead->count, 1);
+
+		wake(id);
+		settle();
+
+		ASSERT_TRUE(fake::has_ended(first));
+		ASSERT_TRUE(fake::has_ended(second));
+		EXPECT_EQ(_zorvaWaitHead->count, 0);
+	});
+	destroy_wait_module(id);
+}
+
+TEST_P(Interleaved, AWaitModuleIsDestroyedByWhomAWakeUpHasWoken)
+{
+	anywhere([](const interrupted_call &interrupted) {
+		const u32 id = create_wait_module();
+		const pid_t pid = fake::start_task("waiter", [id] {
+			wait(id);
+			destroy_wait_module(id);
+		});
+		fake::run_others();
+		/* Woken for nothing, it may find its wake-up at any moment. */
+		wake_up_process(fake::task_of(pid));
+
+		interrupted(zorva_wake_up_track, owner, id, "caller.c", 9);
+		settle();
+
+		ASSERT_TRUE(fake::has_ended(pid));
+	});
+	EXPECT_EQ(tracked_blocks(), 0u);
+}
+
+TEST_P(Interleaved, AWaitModuleIsDestroyedOnce)
+{
+	anywhere([](const interrupted_call &interrupted) {
+		const u32 id = create_wait_module();
+		u32 theirs = ok;
+		fake::start_task("other", [id, &theirs] {
+			theirs = zorva_wait_module_destroy_track(owner, id,
+								 "caller.c",
+								 10);
+		});
+
+		const u32 ours = interrupted(zorva_wait_module_destroy_track,
+					     owner, id, "caller.c", 10);
+		settle();
+
+		EXPECT_NE(ours == ok, theirs == ok);
+		EXPECT_TRUE(ours == failed || theirs == failed);
+	});
+	EXPECT_EQ(tracked_blocks(), 0u);
+	EXPECT_EQ(own_reports(), "");
+}
+
+TEST_P(Interleaved, AWaitModuleIsMadeWhileAnotherIsDestroyed)
+{
+	const u32 oldest = create_wait_module();
+
+	anywhere([](const interrupted_call &interrupted) {
+		const u32 id = create_wait_module();
+		u32 made = 0;
+		fake::start_task("maker", [&made] {
+			made = create_wait_module();
+		});
+
+		interrupted(zorva_wait_module_destroy_track, owner, id,
+			    "caller.c", 10);
+		settle();
+
+		EXPECT_NE(_zorva_wait_module_find(made), nullptr);
+		destroy_wait_module(made);
+	});
+	destroy_wait_module(oldest);
+}
+
+/* Mutexes. */
+
+TEST_P(Interleaved, AMutexHasOneHolder)
+{
+	zorva_mutex *const mutex = create_mutex();
+
+	anywhere([mutex](const interrupted_call &interrupted) {
+		gate again;
+		unsigned int holders = 0;
+		unsigned int most = 0;
+		const auto hold = [&] {
+			most = std::max(most, ++holders);
+			fake::sleep_for(msec);
+			--holders;
+			give(mutex);
+		};
+		/* The last holder, who takes it again at any moment. */
+		const pid_t before = fake::start_task("before", [&] {
+			take(mutex);
+			give(mutex);
+			again.wait();
+			take(mutex);
+			hold();
+		});
+		fake::run_others();
+		again.open();
+
+		interrupted(zorva_mutex_take_track, owner, mutex, "caller.c",
+			    11);
+		hold();
+		settle();
+
+		ASSERT_TRUE(fake::has_ended(before));
+		ASSERT_EQ(most, 1u);
+		ASSERT_FALSE(mutex_is_locked(&mutex->mutex));
+	});
+	destroy(mutex);
+}
+
+TEST_P(Interleaved, AMutexIsGivenByItsHolderOnly)
+{
+	zorva_mutex *const mutex = create_mutex();
+
+	anywhere([mutex](const interrupted_call &interrupted) {
+		gate again;
+		const pid_t before = fake::start_task("before", [&] {
+			take(mutex);
+			give(mutex);
+			again.wait();
+			give(mutex);
+		});
+		fake::run_others();
+		again.open();
+
+		interrupted(zorva_mutex_take_track, owner, mutex, "caller.c",
+			    11);
+		settle();
+
+		ASSERT_TRUE(fake::has_ended(before));
+		ASSERT_TRUE(mutex_is_locked(&mutex->mutex));
+		give(mutex);
+		ASSERT_FALSE(mutex_is_locked(&mutex->mutex));
+	});
+	destroy(mutex);
+}
