@@ -69,23 +69,26 @@ sum_up()
 		"$passed" "$failed" "$seconds")$'\n'
 }
 
-rm -f "$ZORVA_BUILD"/{lint,kit,unit,host,target}.status
+rm -f "$ZORVA_BUILD"/{lint,kit,unit,host,tools,target,console}.status
 run lint tests/lint.sh
 run kit tests/kit/messages.sh
 
-# The board keeps one processor busy, so the unit tests are compiled and run
-# meanwhile; what they print comes when both are done.
+# The board keeps one processor busy, so the tests on this machine are compiled
+# and run meanwhile; what they print comes when all are done.
 say "== unit: in the background"
 {
 	run unit tests/unit/run.sh
 	say "== host"
 	HOST_WIDTHS=64 run host tests/host/run.sh
+	say "== tools"
+	run tools tools/zorva/run_tests.sh
 } >"$ZORVA_BUILD/unit.out" 2>&1 &
 run target target/board.sh test
 wait
 cat "$ZORVA_BUILD/unit.out"
+run console tools/zorva/check_console.sh "$ZORVA_LOGS/run-console.log"
 
-for name in lint kit unit host target; do
+for name in lint kit unit host tools target console; do
 	sum_up "$name"
 done
 say "== all"
