@@ -65,7 +65,8 @@ for group in "$@"; do
 	tools)
 		packages+=(make cmake g++ libcli11-dev libfmt-dev
 			nlohmann-json3-dev libdw-dev libelf-dev graphviz
-			googletest python3-jsonschema help2man man-db mandoc)
+			libncurses-dev googletest python3-jsonschema
+			help2man man-db mandoc tmux)
 		;;
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck

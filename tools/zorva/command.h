@@ -64,6 +64,7 @@ extern const command queues_command;
 extern const command snapshot_command;
 extern const command threads_command;
 extern const command timers_command;
+extern const command top_command;
 extern const command torn_command;
 extern const command locks_command;
 extern const command waits_command;

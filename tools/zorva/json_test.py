@@ -24,7 +24,7 @@ BOARD = str(SAMPLES / "demo-console.log")
 COMMANDS = [["mem"], ["mem", "--by", "site"], ["mem", "--by", "size"],
             ["mem", "--by", "age"], ["mem", "--older-than", "1"],
             ["torn"], ["queues"], ["timers"], ["threads"],
-            ["locks"], ["waits"], ["check"]]
+            ["locks"], ["waits"], ["check"], ["top"]]
 
 DETAIL = """
 ----------------

@@ -68,8 +68,11 @@ constexpr char live_directory[] = "/proc/zorva";
 
 /* What is dear to read on a live machine, and not every question needs. */
 struct wants {
-	bool details = true; /* zorva.mem.detail */
-	bool tasks = true;   /* the stacks of all tasks */
+	bool details = true;   /* zorva.mem.detail */
+	bool tasks = true;     /* the stacks of all tasks */
+	bool histories = true; /* the detailed reports of locks */
+	bool others =
+		true; /* threads, timers, and of the kernel all but uptime */
 };
 
 /*

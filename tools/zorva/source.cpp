@@ -130,6 +130,24 @@ void read_proc_file(reading &into, const std::string &path)
 		parse_file(into, path, text);
 }
 
+/* Each report that is read costs the switch something. */
+bool is_wanted(report_kind kind, const wants &what)
+{
+	switch (kind) {
+	case report_kind::mem_detail:
+		return what.details;
+	case report_kind::mutex_detail:
+	case report_kind::sem_detail:
+		return what.histories;
+	case report_kind::thread:
+	case report_kind::timer:
+	case report_kind::hrt:
+		return what.others;
+	default:
+		return true;
+	}
+}
+
 void read_directory(reading &into, const std::string &directory, bool live,
 		    const wants &what)
 {
@@ -140,7 +158,7 @@ void read_directory(reading &into, const std::string &directory, bool live,
 		const std::string path = directory + "/" + report_name(kind);
 		std::string text;
 
-		if (live && kind == report_kind::mem_detail && !what.details)
+		if (live && !is_wanted(kind, what))
 			continue;
 		if (read_file(path, text)) {
 			parse_file(into, path, text);
@@ -158,6 +176,10 @@ void read_directory(reading &into, const std::string &directory, bool live,
 	}
 	if (!live)
 		return;
+	if (!what.others) {
+		read_proc_file(into, "/proc/uptime");
+		return;
+	}
 	for (const char *path : { "/proc/uptime", "/proc/meminfo",
 				  "/proc/modules", "/proc/version" })
 		read_proc_file(into, path);
