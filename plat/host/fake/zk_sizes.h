@@ -27,7 +27,7 @@ extern bool fake_smp, fake_preemption;
 #define ZK_GFP_ZERO 0x100
 #define ZK_TK_OFFS_BOOT 1
 #define ZK_PAGE_SIZE 4096
-#define ZK_INITIAL_JIFFIES -30000 /* 100 ticks a second */
+#define ZK_INITIAL_JIFFIES (-30000) /* 100 ticks a second */
 #define ZK_HRTIMER_MODE_REL 1
 #define ZK_TASK_INTERRUPTIBLE 1
 #define ZK_TASK_COMM_LEN 16
