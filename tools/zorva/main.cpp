@@ -74,6 +74,8 @@ void add_command(CLI::App &app, const command &one, chosen &choice)
 			->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 		footer += "\n\n";
 		footer += sources_help;
+	} else {
+		footer += "\n";
 	}
 	sub->add_flag("--json", choice.common.json,
 		      "print JSON, as zorva.schema.json says");
