@@ -61,7 +61,7 @@ page()
 	sh -c "$4 --help" | examples >"$work/examples"
 	help2man -N --version-string="$version" -n "$2" "$4" |
 		awk -v examples="$work/examples" '
-		/^\.S[SH] / {
+		/^\.S[SH] / || /^Exit status:/ {
 			left_out = 0
 		}
 		/^\.S[SH] "?E(XAMPLES?|xamples?:)"?$/ {
