@@ -30,30 +30,27 @@ inline bool is_text(const char *text)
 	       -static_cast<uintptr_t>(2 * ZK_PAGE_SIZE);
 }
 
-/*
- * True where the name of a file can be copied by words, as many as fit the
- * field: what lies behind its end may be anything, but not another page.
- */
-inline bool is_wordwise(const char *file)
+constexpr bool has_zero_byte(u32 word)
 {
-	const u32 in_page = reinterpret_cast<uintptr_t>(file) % ZK_PAGE_SIZE;
-
-	/* As a number of words; what is between two is more than all. */
-	return (in_page >> 2 | in_page << 30) <=
-	       (ZK_PAGE_SIZE - file_size) / sizeof(u32);
+	return (word - 0x01010101) & ~word & 0x80808080;
 }
 
-/* What lies behind the text is copied, and never looked at. */
+/*
+ * Copies the words of a file's name up to the one with its end. That one may
+ * reach beyond the text, but not into another page; what lies there is copied
+ * and never looked at.
+ */
 __attribute__((no_sanitize_address)) inline void copy_words(u32 *to,
 							    const u32 *from)
 {
-	const u32 first = from[0], second = from[1];
-	const u32 third = from[2], fourth = from[3];
+#pragma GCC unroll 4
+	for (u32 i = 0; i < file_size / sizeof(u32); ++i) {
+		const u32 word = from[i];
 
-	to[0] = first;
-	to[1] = second;
-	to[2] = third;
-	to[3] = fourth;
+		to[i] = word;
+		if (has_zero_byte(word))
+			break;
+	}
 }
 
 /*
@@ -63,7 +60,8 @@ __attribute__((no_sanitize_address)) inline void copy_words(u32 *to,
 [[gnu::always_inline]] inline void copy_file(char (&dst)[file_size],
 					     const char *file)
 {
-	if (unlikely(!is_text(file) || !is_wordwise(file))) {
+	if (unlikely(!is_text(file) ||
+		     reinterpret_cast<uintptr_t>(file) % sizeof(u32) != 0)) {
 		copy_text(dst, file, file_size);
 		return;
 	}
