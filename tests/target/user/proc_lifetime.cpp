@@ -283,13 +283,14 @@ std::string missing_entry()
  * Loads with one allocation after the other failing, from the last to the
  * first: those of the entries, and then of the directory. What came before was
  * the kernel's loader, whose number of allocations is not quite the same each
- * time, so an entry may be passed over.
+ * time, so an entry may be passed over. When the directory was, the loader
+ * itself fails: then it is looked for again from a little further on.
  */
 TEST(a_load_needs_memory_for_the_directory_but_not_for_an_entry)
 {
 	constexpr unsigned int many = 1000000;
 	std::set<std::string> missing;
-	unsigned int left;
+	unsigned int left, passed_over = 0;
 	bool refused = false;
 
 	load_afresh();
@@ -305,6 +306,11 @@ TEST(a_load_needs_memory_for_the_directory_but_not_for_an_entry)
 		log_from_now log;
 		error = load_failing(n, left);
 		count = entry_count();
+		if (error == ENOMEM && passed_over < 8) {
+			++passed_over;
+			n += 3;
+			continue;
+		}
 		if (error != 0) {
 			EXPECT_EQ(error, EPERM);
 			EXPECT_EQ(log.text(), refusal);
