@@ -26,7 +26,13 @@ own_build()
 	local paths=() path name board=fw_board
 
 	prepare module examples
-	prepare_tools
+	# Compiling it takes minutes, and a prompt is wanted at once: it is on
+	# the board when "make tools" or "make run" has made it.
+	if [ -x "$ZORVA_BUILD/tools/board/zorva" ]; then
+		prepare_tools
+	else
+		tool_files=()
+	fi
 	own_modules=()
 	own_paths=()
 	if [ ${#own_dirs[@]} -gt 0 ]; then
