@@ -108,11 +108,20 @@ quiet_cmd_cxx_check =
 # objtool is a command of its own, or from 5.17 on the end of the compiler's.
 cxx-objtool-appended = $(filter ;,$(firstword $(cmd_objtool)))
 
+# A function that the compiler did not make part of its callers stands in each
+# object that has some, and the linker takes one and drops the others. It refuses
+# to where the kernel keeps tables of places in the code, whose rows name those
+# as well: there all stay.
+quiet_cmd_cxx_ungroup =
+      cmd_cxx_ungroup = $(if $(or $(CONFIG_OBJTOOL),$(CONFIG_STACK_VALIDATION), \
+	$(CONFIG_FTRACE_MCOUNT_RECORD)),$(OBJCOPY) --remove-section=.group $@)
+
 # What the kernel does to its own objects is done to these.
 define rule_cxx_o_cpp
 	$(call cmd_and_fixdep,cxx_o_cpp)
 	$(if $(cxx-objtool-appended),,$(call cmd,objtool))
 	$(call cmd,record_mcount)
+	$(call cmd,cxx_ungroup)
 	$(call cmd,cxx_check)
 endef
 
