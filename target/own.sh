@@ -208,6 +208,7 @@ show_info()
 		state="not built yet: make module"
 	cat <<END
 # zorva, and what modules that use it are built with ($state)
+ZORVA_VERSION=$(cat "$ZORVA_ROOT/VERSION")
 KERNEL_BUILD=$KERNEL_BUILD
 ZORVA=$built
 ZORVA_KO=$module/zorva/zorva.ko
