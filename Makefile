@@ -25,6 +25,8 @@
 # MUTANTS_ARGS=...     more options of tests/mutants/run.sh
 # FUZZ_ARGS=--keep     add what they have reached to tests/fuzz/corpus
 # BENCH_ARGS=--update  put what bench has measured into docs/
+# DESTDIR=D PREFIX=P   of install, uninstall: a root, what below it (/usr/local)
+# INSTALL_MOD_PATH=D   the root that modules_install installs into
 # CROSS_COMPILE=P      prefix of the cross compiler (mips-linux-gnu-)
 # ZORVA_CACHE=DIR      where kernels and BusyBox are kept (~/.cache/zorva)
 
@@ -58,7 +60,7 @@ export BOARD_TIMEOUT BOARD_ARGS M SCENARIO FILES SHARE
 help: ## what can be made (this)
 	@echo 'make TARGET [VARIABLE=VALUE]...'
 	@echo
-	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' Makefile | expand -t 14
+	@sed -n 's/^\([a-z_-]*\):.*## \(.*\)/\1\t\2/p' Makefile | expand -t 17
 	@echo
 	@sed -n -e '/^$$/q' -e '/^# KERNEL_BUILD=/,$$s/^# //p' Makefile
 
@@ -160,6 +162,37 @@ docs: kernel ## the texts and the reference as pages and manual pages
 docs-test: docs ## links, and the pages as a browser and man show them
 	@target/install-deps.sh docs-test
 	@docs/site/test.sh
+
+.PHONY: install
+install: ## headers, zorva.mk, the library for this machine, manual pages
+	@target/install-deps.sh install
+	@DESTDIR='$(DESTDIR)' PREFIX='$(PREFIX)' packaging/install.sh install
+
+.PHONY: modules_install
+modules_install: kernel ## zorva.ko into INSTALL_MOD_PATH
+	@test -n '$(INSTALL_MOD_PATH)$(KERNEL_BUILD)' || { echo "modules_install:" \
+		"give INSTALL_MOD_PATH= or KERNEL_BUILD="; false; }
+	@INSTALL_MOD_PATH='$(INSTALL_MOD_PATH)' $(with_kernel) \
+		packaging/install.sh modules
+
+.PHONY: uninstall
+uninstall: ## take away what install and modules_install have installed
+	@DESTDIR='$(DESTDIR)' PREFIX='$(PREFIX)' \
+		INSTALL_MOD_PATH='$(INSTALL_MOD_PATH)' packaging/install.sh uninstall
+
+.PHONY: install-test
+install-test: kernel ## install, build the examples from there, uninstall
+	@target/install-deps.sh install host
+	@$(with_kernel) tests/packaging/install.sh
+
+.PHONY: deb
+deb: ## the Debian packages, in build/deb
+	@target/install-deps.sh install packages
+	@packaging/deb.sh
+
+.PHONY: deb-test
+deb-test: deb ## install, use and remove them in a minimal root, as root
+	@tests/packaging/deb.sh
 
 .PHONY: module
 module: kernel ## build/target/plat/linux/zorva/zorva.ko, or the modules of M

@@ -26,6 +26,8 @@ usage: install-deps.sh GROUP...
   gdb       a debugger for the board
   docs      the site and the manual pages
   docs-test a browser and what looks at links
+  install   what is installed on this machine: the library, the manual pages
+  packages  what makes the Debian packages, and a root to try them in
 END
 }
 
@@ -70,7 +72,7 @@ for group in "$@"; do
 		;;
 	lint)
 		packages+=(make gcc g++ clang-format clang-tidy cppcheck
-			shellcheck)
+			shellcheck graphviz)
 		;;
 	kit)
 		packages+=(python3)
@@ -94,6 +96,15 @@ for group in "$@"; do
 	docs-test)
 		packages+=(python3 linkchecker chromium fonts-dejavu-core
 			man-db mandoc)
+		;;
+	install)
+		packages+=(make cmake g++ perl python3 linux-kbuild-6.1 kmod
+			man-db)
+		;;
+	packages)
+		packages+=(make cmake g++ dpkg-dev debhelper dh-dkms dkms
+			python3-sphinx python3-myst-parser furo lintian
+			mmdebstrap)
 		;;
 	*)
 		usage >&2

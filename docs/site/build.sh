@@ -14,8 +14,9 @@ usage: build.sh [man]
 
   man  the manual pages alone
 
-KERNEL_BUILD names the kernel tree whose scripts/kernel-doc reads the headers;
-the board's own is the default.
+KERNEL_BUILD names the kernel tree whose scripts/kernel-doc reads the headers.
+The default is the board's own when it is there, or the one of the package
+linux-kbuild.
 END
 }
 
@@ -34,9 +35,15 @@ esac
 out=$ZORVA_BUILD/docs
 here=$ZORVA_ROOT/docs/site
 include=$ZORVA_ROOT/plat/linux/include/zorva
-kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
-kernel_doc=$kernel/scripts/kernel-doc
-[ -f "$kernel_doc" ] || die "$kernel_doc is not there: run make kernel"
+kernel_doc=
+for kernel in ${KERNEL_BUILD:-"$("$ZORVA_ROOT/target/kernel/build.sh" \
+	--print-dir)" /usr/lib/linux-kbuild-*}; do
+	if [ -f "$kernel/scripts/kernel-doc" ]; then
+		kernel_doc=$kernel/scripts/kernel-doc
+		break
+	fi
+done
+[ -n "$kernel_doc" ] || die "no scripts/kernel-doc: run make kernel"
 version=$(cat "$ZORVA_ROOT/VERSION")
 
 # Debian's Python, which has Debian's Sphinx.

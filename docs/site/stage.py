@@ -108,17 +108,24 @@ class Stage:
                 text += FRONT % "\n".join(n.removesuffix(".md") for n in order)
             self.write(name, text)
 
+    def below(self, relative):
+        """The files below a directory: where git is, those that it knows."""
+        if (self.root / ".git").exists():
+            return subprocess.run(
+                ["git", "-C", str(self.root), "ls-files", "-co",
+                 "--exclude-standard", "--", str(relative)],
+                check=True, capture_output=True, text=True).stdout.split()
+        return sorted(str(p.relative_to(self.root))
+                      for p in (self.root / relative).rglob("*")
+                      if p.is_file())
+
     def show(self, relative):
         """The page of one file or directory that a text leads to."""
         title = underlined(str(relative))
         path = self.root / relative
         page = f"source/{relative}.rst"
         if path.is_dir():
-            known = subprocess.run(
-                ["git", "-C", str(self.root), "ls-files", "-co",
-                 "--exclude-standard", "--", str(relative)],
-                check=True, capture_output=True, text=True).stdout.split()
-            rows = "".join(f"* ``{n}``\n" for n in known)
+            rows = "".join(f"* ``{n}``\n" for n in self.below(relative))
             self.write(page, f":orphan:\n\n{title}\n{rows}")
             return
         language = LANGUAGES.get(path.suffix) or LANGUAGES.get(path.name,

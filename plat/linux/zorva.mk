@@ -7,10 +7,12 @@
 # It brings the path of the public headers, the list of components, what zorva
 # exports, and the rule for C++: a .cpp file is named among the objects of a
 # module like a .c file. zorva has to be built first: what it exports and the
-# list that it was made with lie beside it.
+# list that it was made with lie beside it, or, when zorva was installed, where
+# "make modules_install" or DKMS has kept them for the kernel.
 #
 # ZORVA=<path>             another copy of zorva, the one that was built
 # ZORVA_COMPONENTS=<path>  the firmware's own list of components
+# INSTALL_MOD_PATH=<path>  where the zorva of another machine was installed
 # cxxflags-y               more flags for the C++ of this directory
 #
 # zorva's own Kbuild file includes it with zorva-is-built-here := y.
@@ -21,6 +23,14 @@ zorva-plat := $(if $(ZORVA),$(abspath $(ZORVA))/plat/linux,$(patsubst \
 	%/,%,$(dir $(zorva-mk))))
 zorva-scripts := $(patsubst %/,%,$(dir $(zorva-mk)))/scripts
 zorva-built := $(zorva-plat)/zorva
+
+# What is installed has no sources of the module beside it.
+ifeq ($(wildcard $(zorva-built)/Kbuild),)
+zorva-kept := $(INSTALL_MOD_PATH)/lib/modules/$(KERNELRELEASE)/zorva \
+	/var/lib/dkms/zorva/kernel-$(KERNELRELEASE)-*/built
+zorva-built := $(firstword $(patsubst %/components.rows,%,$(wildcard \
+	$(addsuffix /components.rows,$(zorva-kept)))) $(zorva-kept))
+endif
 
 # --- The headers and the list of components
 
