@@ -1,12 +1,13 @@
 #!/bin/bash
 # SPDX-License-Identifier: GPL-2.0
 #
-# The tables of docs/performance.md, from the numbers in docs/performance.json:
-# writes them, or says whether text and numbers agree.
+# The tables of docs/performance.md and the one of README.md, from the numbers
+# in docs/performance.json: writes them, or says whether text and numbers agree.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 text=$here/../docs/performance.md
+first=$here/../README.md
 numbers=$here/../docs/performance.json
 spread=2
 
@@ -22,11 +23,11 @@ usage: tables.sh --update | --check
 END
 }
 
-# The text with its tables made anew.
+# made_anew TEXT: the text with its tables made anew
 made_anew()
 {
 	awk -v numbers="$numbers" -v rows="$here/rows" \
-		-v limits="$here/limits" '
+		-v limits="$here/limits" -v tables="${2-3}" '
 	function cell(name, key,    value)
 	{
 		value = figure[name, key]
@@ -61,6 +62,25 @@ made_anew()
 				cell(part[1], "zorva"), cell(part[1], "kernel"),
 				cell(part[1], "limit"), part[3]
 		}
+	}
+	# What a reader of the first page wants to know.
+	function cost(    i, name)
+	{
+		split("malloc_free_64 mutex_take_give sem_take_give" \
+			" send_receive_64 event_set_wait timer_start_stop_1",
+			name, " ")
+		print "| instructions of | zorva | the kernel\047s own |"
+		print "|---|---|---|"
+		for (i = 1; i in name; i++)
+			printf "| %s | %s | %s |\n", title[name[i]],
+				cell(name[i], "zorva"), cell(name[i], "kernel")
+		print ""
+		figure["size_all_data", "zorva"] = \
+			figure["size_data", "zorva"] + figure["size_bss", "zorva"]
+		printf "The module has %s bytes of code, %s of constants, and" \
+			" %s of data.\n", cell("size_code", "zorva"),
+			cell("size_constants", "zorva"),
+			cell("size_all_data", "zorva")
 	}
 	function reports(    i, name)
 	{
@@ -118,8 +138,11 @@ made_anew()
 				source_of[++sources] = name
 		}
 		while ((getline line < rows) > 0)
-			if (line !~ /^#/)
+			if (line !~ /^#/) {
 				row[++count] = line
+				split(line, part, "|")
+				title[part[1]] = part[2]
+			}
 		while ((getline line < limits) > 0)
 			if (line !~ /^#/ && split(line, part, " ") == 2 &&
 			    figure[part[1], "limit"] != part[2])
@@ -140,6 +163,11 @@ made_anew()
 		inside = 1
 		++begins
 	}
+	/^<!-- cost -->$/ {
+		cost()
+		inside = 1
+		++begins
+	}
 	/^<!-- sizes -->$/ {
 		sizes()
 		inside = 1
@@ -151,15 +179,17 @@ made_anew()
 		++begins
 	}
 	END {
-		if (begins != 3 || ends != 3) {
-			bad("the text lacks the three tables\047 markers")
+		if (begins != tables || ends != tables) {
+			bad(FILENAME " lacks the markers of " tables " tables")
 			exit 1
 		}
+		if (tables == 1)
+			exit failed
 		for (name in names)
 			if (!(name in used))
 				bad(name " is missing")
 		exit failed
-	}' "$text"
+	}' "$1"
 }
 
 # In a table of parts, the figures of each column add up to its last row, which
@@ -227,13 +257,16 @@ case ${1-} in
 	usage
 	;;
 --update)
-	trap 'rm -f "$text.new"' EXIT
-	made_anew >"$text.new"
+	trap 'rm -f "$text.new" "$first.new"' EXIT
+	made_anew "$text" >"$text.new"
+	made_anew "$first" 1 >"$first.new"
 	mv "$text.new" "$text"
+	mv "$first.new" "$first"
 	;;
 --check)
 	bad=0
-	made_anew | diff -U 0 "$text" - || bad=1
+	made_anew "$text" | diff -U 0 "$text" - || bad=1
+	made_anew "$first" 1 | diff -U 0 "$first" - || bad=1
 	check_parts || bad=1
 	exit "$bad"
 	;;

@@ -167,7 +167,7 @@ test_root()
 # board that came to harm fails even when no single test noticed.
 run_tests()
 {
-	local counts=$1 passed=0 failed=0 board=0 report=0 icount
+	local counts=$1 passed=0 failed=0 board=0 report=0 icount script
 
 	prepare module examples tests
 	prepare_tools
@@ -200,12 +200,15 @@ run_tests()
 		say "FAILED: the demonstration"
 		failed=$((failed + 1))
 	fi
-	if "$ZORVA_ROOT/tests/inspector/console.sh" \
-		"$ZORVA_LOGS/run-console.log"; then
-		passed=$((passed + 1))
-	else
-		failed=$((failed + 1))
-	fi
+	for script in tests/inspector/console.sh \
+		"docs/pictures/recording.sh --check"; do
+		# shellcheck disable=SC2086 # with its option
+		if "$ZORVA_ROOT"/$script "$ZORVA_LOGS/run-console.log"; then
+			passed=$((passed + 1))
+		else
+			failed=$((failed + 1))
+		fi
+	done
 	echo "$passed $failed" >"$counts"
 	say "target: $passed passed, $failed failed"
 	[ "$failed" -eq 0 ]

@@ -2,7 +2,9 @@
 #
 # layers.awk docs/architecture.md SOURCE...: prints each include that does not
 # lead to a lower layer of the table there, and what the table and the sources
-# do not have in common.
+# do not have in common. With -v edges=1 it prints each include instead, as
+# "FROM TO", and each source with its layer and public headers, as
+# "SOURCE LAYER HEADER..."
 
 function fail(text)
 {
@@ -24,9 +26,11 @@ inside && /^\| [0-9]/ {
 	source = cell[3]
 	layer[source] = cell[2] + 0
 	unseen[source] = 1
+	headers[source] = ""
 	while (match(cell[4], /`[a-z]+\.h`/)) {
 		name = substr(cell[4], RSTART + 1, RLENGTH - 2)
 		owner["zorva/" name] = source
+		headers[source] = headers[source] " " name
 		cell[4] = substr(cell[4], RSTART + RLENGTH)
 	}
 }
@@ -58,6 +62,11 @@ FNR == 1 {
 	}
 	if (source == own)
 		next
+	if (edges && !((own, source) in printed))
+		print own, source
+	printed[own, source] = 1
+	if (edges)
+		next
 	if (!(source in layer))
 		fail(name " is not in the table of layers")
 	else if (layer[source] >= layer[own])
@@ -66,6 +75,11 @@ FNR == 1 {
 }
 
 END {
+	if (edges) {
+		for (source in layer)
+			print source, layer[source] headers[source]
+		exit
+	}
 	for (source in unseen)
 		print source ": in the table of layers, but not there"
 }

@@ -199,6 +199,12 @@ check_layers()
 		"$module"/zorva_*.{cpp,h} plat/common/*.{cpp,h} | none
 }
 
+# The picture of the layers as well: what it shows is what the sources include.
+check_picture()
+{
+	docs/pictures/layers.sh --check
+}
+
 check_figures()
 {
 	bench/tables.sh --check
@@ -245,6 +251,7 @@ check "blanks and ends of lines" check_blanks
 check "licence lines" check_licence
 check "links between texts" check_links
 check "layers of the sources" check_layers
+check "picture of the layers" check_picture
 check "figures of the measurements" check_figures
 
 echo "lint: $passed passed, $failed failed"
