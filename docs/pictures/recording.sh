@@ -81,7 +81,7 @@ draw()
 		print "  fill: #d4d8dd; white-space: pre; animation: come 0.1s backwards }"
 		print ".typed { fill: #8fd18f } .wrong { fill: #ff9d6b; font-weight: bold }"
 		print ".fine { fill: #8fd18f; font-weight: bold }"
-		print "@keyframes come { from { opacity: 0 } }"
+		print "@keyframes come { from { opacity: 0.3 } }"
 		print "@media (prefers-reduced-motion) { text { animation: none } }"
 		print "</style>"
 		print "<rect width=\"100%\" height=\"100%\" rx=\"6\" fill=\"#1d2127\"/>"
@@ -89,14 +89,14 @@ draw()
 			kind = ""
 			if (line[i] ~ /^# /) {
 				kind = "typed"
-				time += 0.9
+				time += 0.5
 			} else if (line[i] ~ /^Nothing looks wrong/) {
 				kind = "fine"
 			} else if (line[i] ~ /^[A-Z]+ ?[A-Z]*[ :,]/) {
 				kind = "wrong"
-				time += 0.7
+				time += 0.5
 			}
-			time += 0.1
+			time += 0.06
 			printf "<text x=\"16\" y=\"%d\" xml:space=\"preserve\"", i * 17 + 9
 			if (kind != "")
 				printf " class=\"%s\"", kind
