@@ -11,7 +11,6 @@
 #include <fmt/format.h>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace zorva
 {
@@ -124,7 +123,7 @@ int run(const common_options &common)
 		complain(problem);
 		/* Half a snapshot would pass for a whole one. */
 		if (file)
-			unlink(output.c_str());
+			remove_half(output);
 		return exit_unreadable;
 	}
 	if (common.json) {

@@ -2,6 +2,7 @@
 /* zorva threads: what the module's threads do, and what they hold. */
 #include "command.h"
 #include "print.h"
+#include "thread_view.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -12,95 +13,6 @@ namespace
 {
 
 using json = nlohmann::ordered_json;
-
-/* The priority that stands for real time; all others are nice values. */
-constexpr int64_t real_time = 30;
-
-const task *task_of(const model &now, int64_t pid)
-{
-	for (const task &one : now.tasks)
-		if (one.pid == pid)
-			return &one;
-	return nullptr;
-}
-
-/*
- * Ended without a word to the module: its record stays for good. Only known
- * where all tasks were looked at.
- */
-bool is_gone(const model &now, const thread &one)
-{
-	return !now.tasks.empty() && !task_of(now, one.pid);
-}
-
-std::vector<const lock *> held_by(const model &now, int64_t pid)
-{
-	std::vector<const lock *> held;
-
-	for (const lock &one : best_locks(now, true).locks)
-		if (one.taken && one.locker_pid == pid)
-			held.push_back(&one);
-	return held;
-}
-
-/* Where it is in the kernel: below the scheduler and the kernel's own waits. */
-const stack_frame *where(const model &now, int64_t pid)
-{
-	const task *const its = task_of(now, pid);
-	const stack_frame *innermost = nullptr;
-
-	if (!its)
-		return nullptr;
-	for (const stack_frame &frame : its->stack) {
-		if (!frame.module.empty())
-			return &frame;
-		if (!innermost)
-			innermost = &frame;
-	}
-	return innermost;
-}
-
-cell state_text(const model &now, const thread &one)
-{
-	if (is_gone(now, one))
-		return { "gone", style::bad };
-	switch (one.state) {
-	case 0:
-		return { "runs", style::good };
-	case 1:
-		return "sleeps";
-	case 2:
-		return { "blocked", style::warn };
-	default:
-		return fmt::format("state {}", one.state);
-	}
-}
-
-/* As the module makes it from the priority. */
-std::string priority_text(int64_t priority)
-{
-	if (priority == real_time)
-		return "real time";
-	return fmt::format("nice {}", priority * 39 / 255 - 20);
-}
-
-std::string held_text(const std::vector<const lock *> &held)
-{
-	std::string text;
-
-	for (const lock *one : held)
-		text += (text.empty() ? "" : ", ") + escaped(one->name);
-	return text.empty() ? "-" : text;
-}
-
-std::string where_text(const stack_frame *at)
-{
-	if (!at)
-		return "-";
-	return escaped(at->symbol) +
-	       (at->module.empty() ? ""
-				   : fmt::format(" [{}]", escaped(at->module)));
-}
 
 json json_thread(const reading &from, const thread &one)
 {
@@ -170,10 +82,10 @@ int run(const common_options &common)
 	for (const thread &one : threads)
 		shown.rows.push_back(
 			{ fmt::format("{}", one.pid), escaped(one.name),
-			  escaped(one.component), state_text(now, one),
+			  escaped(one.component), thread_state(now, one),
 			  priority_text(one.priority),
-			  held_text(held_by(now, one.pid)),
-			  where_text(where(now, one.pid)) });
+			  thread_holds(now, one.pid),
+			  thread_place(now, one.pid) });
 	if (threads.empty())
 		print("There are no threads.\n");
 	else

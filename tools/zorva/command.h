@@ -61,6 +61,7 @@ extern const command check_command;
 extern const command leaks_command;
 extern const command mem_command;
 extern const command queues_command;
+extern const command report_command;
 extern const command snapshot_command;
 extern const command threads_command;
 extern const command timers_command;

@@ -103,6 +103,12 @@ class Output(unittest.TestCase):
                 shown = self.read_json(*command, BOARD)
                 self.assertEqual(shown["read"]["errors"], 0)
 
+    def test_a_page_that_was_written_is_named(self):
+        name, = self.files(page="")
+        shown = self.read_json("report", "--html", name, BOARD)
+        self.assertEqual((shown["file"], shown["bytes"]),
+                         (name, os.stat(name).st_size))
+
     def test_the_schema_refuses_what_is_not_in_it(self):
         shown = self.read_json("mem", BOARD)
         for change in ({"version": 2}, {"more": 1}, {"total": {}}):
@@ -236,7 +242,8 @@ class Output(unittest.TestCase):
         self.assertIn(" 3000 ", run("mem", name, "--bytes")[0])
 
     def test_every_command_has_help_with_an_example(self):
-        for command in {each[0] for each in COMMANDS} | {"leaks", "snapshot"}:
+        for command in {each[0] for each in COMMANDS} | {
+                "leaks", "snapshot", "report"}:
             with self.subTest(command=command):
                 out, _, status = run(command, "--help")
                 self.assertEqual(status, 0)

@@ -332,6 +332,14 @@ command_output run_source(std::string_view source)
 	return from;
 }
 
+void remove_half(const std::string &path)
+{
+	struct stat about;
+
+	if (lstat(path.c_str(), &about) == 0 && S_ISREG(about.st_mode))
+		unlink(path.c_str());
+}
+
 bool read_file(const std::string &path, std::string &to)
 {
 	const open_file file(open(path.c_str(), O_RDONLY | O_CLOEXEC));

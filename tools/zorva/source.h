@@ -29,6 +29,9 @@ command_output run_source(std::string_view source);
 /* The directories of all tasks: /proc/39/task/39 and so on. */
 std::vector<std::string> tasks_of(const std::string &proc);
 
+/* Removes what was half written, if it is a file and no device. */
+void remove_half(const std::string &path);
+
 /* A whole file; false with errno when it cannot be read. */
 bool read_file(const std::string &path, std::string &to);
 
