@@ -60,6 +60,7 @@ extern const std::vector<const command *> commands;
 extern const command check_command;
 extern const command leaks_command;
 extern const command mem_command;
+extern const command metrics_command;
 extern const command queues_command;
 extern const command report_command;
 extern const command snapshot_command;

@@ -12,7 +12,7 @@ const std::vector<const command *> commands = {
 	&check_command,	 &snapshot_command, &mem_command,   &leaks_command,
 	&torn_command,	 &locks_command,    &waits_command, &queues_command,
 	&timers_command, &threads_command,  &lines_command, &top_command,
-	&report_command,
+	&report_command, &metrics_command,
 };
 
 namespace

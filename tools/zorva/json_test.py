@@ -109,6 +109,19 @@ class Output(unittest.TestCase):
         self.assertEqual((shown["file"], shown["bytes"]),
                          (name, os.stat(name).st_size))
 
+    def test_metrics_are_no_json(self):
+        self.assertEqual(run("metrics", "--json", BOARD)[::2], ("", 2))
+        self.assertTrue(run("metrics", BOARD)[0].endswith("# EOF\n"))
+
+    def test_metrics_without_what_they_need_are_none(self):
+        name, = self.files(a=detail(5, 3))
+        self.assertEqual(run("metrics", "--torn", name)[2], 0)
+        self.assertEqual(run("metrics", "cmd:echo")[::2], ("", 3))
+        table = "PORT       1           1           1           0           +1\n"
+        name, = self.files(**{"zorva.mem": table})
+        self.assertEqual(run("metrics", name)[2], 0)
+        self.assertEqual(run("metrics", "--torn", name)[::2], ("", 3))
+
     def test_the_schema_refuses_what_is_not_in_it(self):
         shown = self.read_json("mem", BOARD)
         for change in ({"version": 2}, {"more": 1}, {"total": {}}):
@@ -243,7 +256,7 @@ class Output(unittest.TestCase):
 
     def test_every_command_has_help_with_an_example(self):
         for command in {each[0] for each in COMMANDS} | {
-                "leaks", "snapshot", "report"}:
+                "leaks", "snapshot", "report", "metrics"}:
             with self.subTest(command=command):
                 out, _, status = run(command, "--help")
                 self.assertEqual(status, 0)

@@ -118,10 +118,19 @@ int wrong_use(std::string_view text)
 	return exit_usage;
 }
 
+bool is_command_name(std::string_view name)
+{
+	for (const command *one : commands)
+		if (name == one->name)
+			return true;
+	return false;
+}
+
 int run(int argc, char **argv)
 {
 	CLI::App app("What a running switch, or what was saved of one, has to say.",
 		     "zorva");
+	const std::string_view name = argc > 1 ? argv[1] : "";
 	chosen choice;
 
 	app.require_subcommand(1);
@@ -130,8 +139,13 @@ int run(int argc, char **argv)
 		std::string(
 			"Example:\n  zorva mem --by site --top 5 board.txt\n\n") +
 		sources_help + "\n" + status_help);
+	/*
+	 * The command alone that is named, if one is: on the board putting all
+	 * of them together takes longer than many an answer.
+	 */
 	for (const command *one : commands)
-		add_command(app, *one, choice);
+		if (!is_command_name(name) || name == one->name)
+			add_command(app, *one, choice);
 
 	try {
 		app.parse(argc, argv);
