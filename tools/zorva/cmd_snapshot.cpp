@@ -2,6 +2,7 @@
 /* zorva snapshot: all that can be asked later, in one file. */
 #include "command.h"
 #include "print.h"
+#include "progress.h"
 #include "snapshot.h"
 #include "source.h"
 
@@ -58,9 +59,15 @@ struct sink {
 /* An error's text; empty when the snapshot was made. */
 std::string make(std::string_view source, sink &to)
 {
+	/* It would stand in the middle of the text. */
+	if (to.to == stdout && isatty(STDOUT_FILENO))
+		progress::forbid();
 	if (source.empty() || source == "live") {
+		const progress shown(live_directory);
+
 		if (!write_snapshot("/proc", [&](std::string_view text) {
 			    to.put(text);
+			    progress::at(to.bytes, 0);
 		    }))
 			return fmt::
 				format("{}: no reports (is the module loaded?)",

@@ -3,6 +3,7 @@
 #include "command.h"
 #include "memory.h"
 #include "print.h"
+#include "progress.h"
 #include "screen.h"
 #include "top.h"
 
@@ -204,6 +205,7 @@ int run_screen(const std::string &source)
 		complain("there is no terminal to show it on: use --batch");
 		return exit_usage;
 	}
+	progress::forbid();
 	for (;;) {
 		terminal.show(shown.frame(view, terminal.lines(),
 					  terminal.columns()));
@@ -263,8 +265,10 @@ int run_json(const common_options &common)
 
 int run(const common_options &common)
 {
-	if (interval < 1 || interval > 86400) {
-		complain("--interval is from 1 to 86400 seconds");
+	/* Without a pause a screen could not be read. */
+	if (interval < (batch ? 0 : 1) || interval > 86400) {
+		complain(
+			"--interval is from 1 to 86400 seconds; with --batch from 0");
 		return exit_usage;
 	}
 	if (common.json)

@@ -67,7 +67,7 @@ void add_command(CLI::App &app, const command &one, chosen &choice)
 	if (one.sources_max) {
 		sub->add_option("SOURCE", choice.common.sources,
 				"where the reports are (default: live)")
-			->expected(0, static_cast<int>(one.sources_max));
+			->expected(0, one.sources_max > 1 ? -1 : 1);
 		sub->add_option("--from", choice.from, "the same, as an option")
 			->option_text("SOURCE")
 			->expected(1)

@@ -2,6 +2,7 @@
 #include "parser.h"
 #include "clean.h"
 #include "crc.h"
+#include "progress.h"
 #include "scan.h"
 #include "snapshot.h"
 
@@ -614,9 +615,14 @@ void text_parser::settle_sum()
 
 void text_parser::lines(std::string_view text)
 {
+	constexpr uint32_t step = 4096;
+	const size_t total = text.size();
 	place at{ input_, 0 };
 
 	while (!text.empty()) {
+		if (at.line % step == 0)
+			progress::at(total - text.size(), total);
+
 		const void *const found =
 			memchr(text.data(), '\n', text.size());
 		const size_t length =

@@ -64,8 +64,12 @@ screen::screen()
 	if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO))
 		return;
 	setlocale(LC_CTYPE, "");
-	/* Unlike initscr(), this does not end the program. */
-	if (!newterm(nullptr, stdout, stdin))
+	/*
+	 * Unlike initscr(), this does not end the program. Hardly a terminal
+	 * is none of this kind.
+	 */
+	if (!newterm(nullptr, stdout, stdin) &&
+	    !newterm("vt100", stdout, stdin))
 		return;
 	usable_ = true;
 	end.sa_handler = on_signal;

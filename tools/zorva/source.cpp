@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 #include "source.h"
 #include "parser.h"
+#include "progress.h"
 #include "snapshot.h"
 
 #include <algorithm>
@@ -88,6 +89,7 @@ bool read_all(int fd, std::string &to)
 	for (;;) {
 		if (to.size() < used + piece)
 			to.resize(std::max(used + piece, used * 3 / 2));
+		progress::wait_for(fd, used);
 
 		const ssize_t got =
 			read(fd, to.data() + used, to.size() - used);
@@ -99,6 +101,7 @@ bool read_all(int fd, std::string &to)
 			return got == 0;
 		}
 		used += got;
+		progress::at(used, 0);
 	}
 }
 
@@ -185,7 +188,12 @@ void read_directory(reading &into, const std::string &directory, bool live,
 		read_proc_file(into, path);
 	if (!what.tasks)
 		return;
-	for (const std::string &task : tasks_of("/proc")) {
+	const std::vector<std::string> tasks = tasks_of("/proc");
+
+	for (size_t i = 0; i < tasks.size(); ++i) {
+		const std::string &task = tasks[i];
+
+		progress::at(i, tasks.size());
 		read_proc_file(into, task + "/stat");
 		read_proc_file(into, task + "/stack");
 	}
@@ -311,6 +319,7 @@ bool is_command(std::string_view source)
 
 command_output run_source(std::string_view source)
 {
+	const progress shown(source);
 	command_output from;
 
 	if (source.starts_with(shell)) {

@@ -13,11 +13,12 @@
  *	84 0 265		from this offset on: the file, the line
  */
 #include "symbols.h"
+#include "progress.h"
 #include "scan.h"
+#include "source.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <fmt/format.h>
@@ -58,21 +59,6 @@ bool module_of(std::string_view path, std::string_view &stem, std::string &name)
 		return true;
 	}
 	return false;
-}
-
-bool read_file(const std::string &path, std::string &text)
-{
-	const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path.c_str(),
-								"re"),
-							  fclose);
-	char part[16384];
-	size_t length;
-
-	if (!file)
-		return false;
-	while ((length = fread(part, 1, sizeof(part), file.get())) > 0)
-		text.append(part, length);
-	return !ferror(file.get());
 }
 
 class loader {
@@ -121,9 +107,13 @@ bool loader::directory(const std::string &path, unsigned depth)
 	while (const dirent *entry = readdir(opened.get()))
 		names.emplace_back(entry->d_name);
 	std::sort(names.begin(), names.end());
-	for (const std::string &one : names) {
+	for (size_t i = 0; i < names.size(); ++i) {
+		const std::string &one = names[i];
 		const std::string below = path + '/' + one;
 		struct stat is;
+
+		if (!depth)
+			progress::at(i, names.size());
 
 		/* Links are not followed into other directories. */
 		if (one == "." || one == ".." || lstat(below.c_str(), &is))
@@ -266,6 +256,7 @@ const line_row *row_at(const function_lines &function, uint64_t offset)
 bool load_lines(const std::string &path, const module_filter &wanted,
 		code_lines &into)
 {
+	const progress shown(path);
 	loader from(wanted, into);
 	struct stat is;
 

@@ -423,7 +423,7 @@ std::vector<top_line> top_screen::frame(const top_view &view, size_t lines,
 			last = escaped(view.message, 200);
 		else
 			last = fmt::
-				format("{}sort: {}{}  ? help  s sort  / filter  d details  Space freeze  q quit",
+				format("{}sort: {}{}  ? help  q quit  s sort  / filter  d details  Space freeze",
 				       view.frozen ? "FROZEN  " : "",
 				       orders[static_cast<size_t>(view.order)],
 				       view.filter.empty()
