@@ -128,6 +128,17 @@ prepare_tools()
 	"$ZORVA_ROOT/target/tools.sh" desk board lines
 }
 
+# Compiling it takes minutes, and a prompt is wanted at once: it is on the board
+# when "make tools" or "make run" has made it.
+prepare_tools_once_made()
+{
+	if [ -x "$ZORVA_BUILD/tools/board/zorva" ]; then
+		prepare_tools
+	else
+		tool_files=()
+	fi
+}
+
 # list_modules DIR...: fills the array "modules" with what was last built there;
 # an object whose source is gone may still lie about.
 list_modules()
@@ -200,10 +211,13 @@ run_tests()
 		say "FAILED: the demonstration"
 		failed=$((failed + 1))
 	fi
-	for script in tests/inspector/console.sh \
-		"docs/pictures/recording.sh --check"; do
-		# shellcheck disable=SC2086 # with its option
-		if "$ZORVA_ROOT"/$script "$ZORVA_LOGS/run-console.log"; then
+	for script in "tests/inspector/console.sh $ZORVA_LOGS/run-console.log" \
+		"docs/pictures/recording.sh --check $ZORVA_LOGS/run-console.log" \
+		"tests/inspector/board.sh $ZORVA_BUILD/run.cpio.gz"; do
+		# Other machines have a console of another kind.
+		[ "$arch" = mips ] || [[ $script != */board.sh* ]] || continue
+		# shellcheck disable=SC2086 # with its arguments
+		if "$ZORVA_ROOT"/$script; then
 			passed=$((passed + 1))
 		else
 			failed=$((failed + 1))
@@ -248,6 +262,7 @@ shell)
 	[ -t 0 ] || die "a shell needs a terminal"
 	build_lock
 	prepare module examples
+	prepare_tools_once_made
 	# An archive of its own: a shell may stay open for long, and others
 	# need not wait for its end.
 	name=shell.$$

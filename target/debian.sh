@@ -148,3 +148,21 @@ debian_archive()
 	apt-get -c "$dir/apt.conf" -q update ||
 		echo "some lists were not fetched"
 }
+
+# debian_source DIR PACKAGE
+#
+# Unpacks the source package of the Debian release that this machine runs as
+# DIR/PACKAGE, with Debian's patches.
+debian_source()
+{
+	local dir=$1 package=$2 codename
+
+	# shellcheck source=/dev/null
+	codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-stable}")
+	debian_archive "$dir/apt" deb-src "$codename"
+	cd "$dir" || return
+	apt-get -c "$dir/apt/apt.conf" -q source --download-only \
+		--only-source "$package"
+	# apt has compared the files with the archive's signed lists.
+	dpkg-source --no-check -x "$package"_*.dsc "$package"
+}

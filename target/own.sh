@@ -26,13 +26,7 @@ own_build()
 	local paths=() path name board=fw_board
 
 	prepare module examples
-	# Compiling it takes minutes, and a prompt is wanted at once: it is on
-	# the board when "make tools" or "make run" has made it.
-	if [ -x "$ZORVA_BUILD/tools/board/zorva" ]; then
-		prepare_tools
-	else
-		tool_files=()
-	fi
+	prepare_tools_once_made
 	own_modules=()
 	own_paths=()
 	if [ ${#own_dirs[@]} -gt 0 ]; then

@@ -58,7 +58,10 @@ build_board()
 	local bytes
 
 	need_cross_compiler "$CROSS_COMPILE"
-	build "$tools/board" -DZORVA_BOARD=ON -DCMAKE_SYSTEM_NAME=Linux \
+	build "$tools/board" -DZORVA_BOARD=ON \
+		-DZORVA_CURSES_DIR="$("$ZORVA_ROOT/target/ncurses/build.sh" \
+			--print-dir)" \
+		-DCMAKE_SYSTEM_NAME=Linux \
 		-DCMAKE_SYSTEM_PROCESSOR=mips \
 		-DCMAKE_CXX_COMPILER="${CROSS_COMPILE}g++" \
 		-DCMAKE_AR="$(command -v "${CROSS_COMPILE}ar")" \
@@ -83,7 +86,10 @@ mkdir -p "$tools/board"
 for part in "$@"; do
 	case $part in
 	desk) step "tools: the desk's" build "$tools" ;;
-	board) step "tools: the board's" build_board ;;
+	board)
+		"$ZORVA_ROOT/target/ncurses/build.sh"
+		step "tools: the board's" build_board
+		;;
 	lines) step "tools: the lines of the modules" build_lines ;;
 	esac
 done

@@ -74,16 +74,6 @@ if [ -n "$print_dir" ]; then
 	exit
 fi
 
-fetch()
-{
-	debian_archive "$work/apt" deb-src "$codename"
-	cd "$work"
-	apt-get -c "$work/apt/apt.conf" -q source --download-only \
-		--only-source busybox
-	# apt has compared the files with the archive's signed lists.
-	dpkg-source --no-check -x busybox_*.dsc busybox
-}
-
 bbmake()
 {
 	make -C "$work/busybox" ARCH="$arch" CROSS_COMPILE="$cross" \
@@ -127,7 +117,7 @@ if [ ! -d "$result" ]; then
 	work=$(cache_workdir busybox)
 	# shellcheck disable=SC2034 # step looks at it
 	step_failure="cannot fetch BusyBox's source package, which is needed once: is there a network?"
-	step "busybox: fetch" fetch
+	step "busybox: fetch" debian_source "$work" busybox
 	step_failure=
 	step "busybox: configure" configure
 	step "busybox: compile" compile
