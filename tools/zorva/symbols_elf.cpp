@@ -265,10 +265,10 @@ std::vector<placed_function> object::functions() const
 		  [](const placed_function &a, const placed_function &b) {
 			  return a.begin < b.begin;
 		  });
-	for (size_t i = 0; i < found.size(); ++i)
-		for (size_t j = i + 1; j < found.size() && !found[i].next; ++j)
-			if (found[j].begin > found[i].begin)
-				found[i].next = found[j].begin;
+	for (size_t i = found.size(); i-- > 1;)
+		found[i - 1].next = found[i].begin > found[i - 1].begin
+					    ? found[i].begin
+					    : found[i].next;
 	return found;
 }
 
