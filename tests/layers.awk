@@ -51,7 +51,8 @@ FNR == 1 {
 /^#include "/ {
 	name = $2
 	gsub(/"/, "", name)
-	if (name == "zk.h" || name == "zorva/types.h")
+	if (name == "zk.h" || name == "zk_inline.h" ||
+	    name == "zorva/types.h")
 		next
 	if (name in owner) {
 		source = owner[name]

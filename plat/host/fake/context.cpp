@@ -326,26 +326,6 @@ void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 	fake::may_switch(fake::switch_point::kernel_call);
 }
 
-unsigned long zk_lock_memory(void)
-{
-	return zk_spin_lock_irqsave(&_mallocMemLck);
-}
-
-void zk_unlock_memory(unsigned long flags)
-{
-	zk_spin_unlock_irqrestore(&_mallocMemLck, flags);
-}
-
-unsigned long zk_lock_timers(void)
-{
-	return zk_spin_lock_irqsave(&_zorvaTimerLock);
-}
-
-void zk_unlock_timers(unsigned long flags)
-{
-	zk_spin_unlock_irqrestore(&_zorvaTimerLock, flags);
-}
-
 bool zk_may_wait(void)
 {
 	return !here.irqs_off && !zk_in_interrupt();

@@ -172,32 +172,6 @@ void zk_mutex_init(struct mutex *lock, const char *name,
 }
 #endif
 
-unsigned long zk_lock_memory(void)
-{
-	unsigned long flags;
-
-	spin_lock_irqsave(&_mallocMemLck, flags);
-	return flags;
-}
-
-void zk_unlock_memory(unsigned long flags)
-{
-	spin_unlock_irqrestore(&_mallocMemLck, flags);
-}
-
-unsigned long zk_lock_timers(void)
-{
-	unsigned long flags;
-
-	spin_lock_irqsave(&_zorvaTimerLock, flags);
-	return flags;
-}
-
-void zk_unlock_timers(unsigned long flags)
-{
-	spin_unlock_irqrestore(&_zorvaTimerLock, flags);
-}
-
 void zk_mutex_lock(struct mutex *lock)
 {
 	mutex_lock(lock);

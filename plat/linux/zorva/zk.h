@@ -306,16 +306,6 @@ unsigned long zk_local_irq_save(void);
 void zk_local_irq_restore(unsigned long flags);
 unsigned long zk_spin_lock_irqsave(spinlock_t *lock);
 void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags);
-
-/*
- * The same for the two locks that are taken most often: that of the memory,
- * and that of the timers. Without an argument nothing has to be kept for the
- * second call.
- */
-unsigned long zk_lock_memory(void);
-void zk_unlock_memory(unsigned long flags);
-unsigned long zk_lock_timers(void);
-void zk_unlock_timers(unsigned long flags);
 ZK_FAR void(__mutex_init)(struct mutex *lock, const char *name,
 			  struct lock_class_key *key);
 void zk_mutex_lock(struct mutex *lock);
@@ -393,6 +383,7 @@ ZK_FAR void(init_timer_key)(struct timer_list *timer,
 
 /* Starts a timer that expires when that many ticks are over. */
 void zk_add_timer(struct timer_list *timer, unsigned long ticks);
+ZK_FAR int(mod_timer)(struct timer_list *timer, unsigned long expires);
 ZK_FAR int(del_timer)(struct timer_list *timer);
 ZK_FAR void(hrtimer_init)(struct hrtimer *timer, clockid_t clock,
 			  enum hrtimer_mode mode);

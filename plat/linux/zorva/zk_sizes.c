@@ -23,6 +23,33 @@
 	DEFINE(ZK_SIZEOF_##name, sizeof(type));                                \
 	DEFINE(ZK_ALIGNOF_##name, __alignof__(type))
 
+/* What zk_inline.h does as the kernel does it. */
+static void in_line(void)
+{
+#ifdef CONFIG_MIPS
+	OFFSET(ZK_OFFSETOF_THREAD_INFO_TASK, thread_info, task);
+	OFFSET(ZK_OFFSETOF_THREAD_INFO_FLAGS, thread_info, flags);
+	OFFSET(ZK_OFFSETOF_THREAD_INFO_PREEMPT_COUNT, thread_info,
+	       preempt_count);
+	OFFSET(ZK_OFFSETOF_TASK_PID, task_struct, pid);
+	OFFSET(ZK_OFFSETOF_TASK_COMM, task_struct, comm);
+	DEFINE(ZK_TIF_SIGPENDING, _TIF_SIGPENDING);
+	DEFINE(ZK_PID_NS, IS_ENABLED(CONFIG_PID_NS));
+	DEFINE(ZK_PREEMPT_RT, IS_ENABLED(CONFIG_PREEMPT_RT));
+	/* All that it takes to hold a spin lock: no counts, no checks. */
+	DEFINE(ZK_LOCK_IS_DI, IS_ENABLED(CONFIG_CPU_HAS_DIEI) &&
+				      IS_ENABLED(CONFIG_IRQ_MIPS_CPU) &&
+				      !IS_ENABLED(CONFIG_CPU_LOONGSON64) &&
+				      !IS_ENABLED(CONFIG_CPU_LOONGSON32) &&
+				      !IS_ENABLED(CONFIG_SMP) &&
+				      !IS_ENABLED(CONFIG_PREEMPT_COUNT) &&
+				      !IS_ENABLED(CONFIG_PREEMPT_RT) &&
+				      !IS_ENABLED(CONFIG_DEBUG_SPINLOCK) &&
+				      !IS_ENABLED(CONFIG_DEBUG_IRQFLAGS) &&
+				      !IS_ENABLED(CONFIG_TRACE_IRQFLAGS));
+#endif
+}
+
 int main(void)
 {
 	DEFINE(ZK_LINUX_VERSION, LINUX_VERSION_CODE);
@@ -37,6 +64,7 @@ int main(void)
 	DEFINE(ZK_HRTIMER_MODE_REL, HRTIMER_MODE_REL);
 	DEFINE(ZK_TASK_INTERRUPTIBLE, TASK_INTERRUPTIBLE);
 	DEFINE(ZK_TASK_COMM_LEN, TASK_COMM_LEN);
+	in_line();
 	STRUCTURE(SPINLOCK, spinlock_t);
 	STRUCTURE(MUTEX, struct mutex);
 	STRUCTURE(SEMAPHORE, struct semaphore);

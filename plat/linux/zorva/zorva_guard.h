@@ -3,7 +3,7 @@
 #ifndef ZORVA_GUARD_H
 #define ZORVA_GUARD_H
 
-#include "zk.h"
+#include "zk_inline.h"
 
 /*
  * Holds a spin lock with local interrupts off for as long as it lives.
@@ -13,12 +13,12 @@ class irq_spin_guard {
 public:
 	[[nodiscard,
 	  gnu::always_inline]] explicit irq_spin_guard(spinlock_t &lock)
-		: lock_(lock), flags_(zk_spin_lock_irqsave(&lock))
+		: lock_(lock), flags_(lock_irqsave(lock))
 	{
 	}
 	[[gnu::always_inline]] ~irq_spin_guard()
 	{
-		zk_spin_unlock_irqrestore(&lock_, flags_);
+		unlock_irqrestore(lock_, flags_);
 	}
 	irq_spin_guard(const irq_spin_guard &) = delete;
 	irq_spin_guard &operator=(const irq_spin_guard &) = delete;
@@ -27,28 +27,6 @@ private:
 	spinlock_t &lock_;
 	const unsigned long flags_;
 };
-
-/* The same for a lock that has functions of its own. */
-template <unsigned long (*lock)(), void (*unlock)(unsigned long)>
-class irq_guard {
-public:
-	[[nodiscard, gnu::always_inline]] irq_guard() : flags_(lock())
-	{
-	}
-	[[gnu::always_inline]] ~irq_guard()
-	{
-		unlock(flags_);
-	}
-	irq_guard(const irq_guard &) = delete;
-	irq_guard &operator=(const irq_guard &) = delete;
-
-private:
-	const unsigned long flags_;
-};
-
-/* Hold _mallocMemLck, and _zorvaTimerLock. */
-using memory_guard = irq_guard<zk_lock_memory, zk_unlock_memory>;
-using timer_guard = irq_guard<zk_lock_timers, zk_unlock_timers>;
 
 /*
  * The same for what tasks alone write, and only where another one may come in

@@ -26,7 +26,7 @@ constexpr u32 overhead = sizeof(block_header) + sizeof(guard_magic);
 constexpr u32 largest_size = ~0u - overhead - 3;
 
 /* The caller's file is cut to 14 characters, though there is room for 15. */
-constexpr u32 last_of_file = 14;
+constexpr u32 longest_file = 14;
 
 block_header *header_of(void *user)
 {
@@ -89,7 +89,7 @@ void *zorva_malloc_track(u32 compId, u32 size, const char *file, u32 line)
 
 	block_header *const block = static_cast<block_header *>(memory);
 	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId];
-	const memory_guard lock;
+	const irq_spin_guard lock(_mallocMemLck);
 
 	block->size = size;
 	block->compId = compId;
@@ -97,8 +97,7 @@ void *zorva_malloc_track(u32 compId, u32 size, const char *file, u32 line)
 	block->startMagic = start_alive;
 	block->magic = header_magic;
 	block->inUse = 1;
-	copy_file(block->file, file);
-	block->file[last_of_file] = '\0';
+	copy_file<longest_file>(block->file, file);
 	block->allocTime = uptime_secs();
 	link(block);
 	*reinterpret_cast<u32 *>(user_area(block) + rounded(size)) =
@@ -121,7 +120,7 @@ void zorva_free_track(u32 compId, void *ptr, const char *file, u32 line)
 	block_header *const block = header_of(ptr);
 
 	{
-		const memory_guard lock;
+		const irq_spin_guard lock(_mallocMemLck);
 
 		if (unlikely(block->magic != header_magic)) {
 			ZORVA_ERROR("Memory header corrupt! Invalid magic.");
@@ -161,7 +160,7 @@ void zorva_free_cleanup(void **pptr)
 	block_header *const block = header_of(*pptr);
 
 	{
-		const memory_guard lock;
+		const irq_spin_guard lock(_mallocMemLck);
 
 		if (unlikely(block->inUse != 1 ||
 			     block->startMagic != start_alive)) {

@@ -185,7 +185,7 @@ u32 count_blocks()
 
 u32 count_under_lock(void *)
 {
-	const memory_guard lock;
+	const irq_spin_guard lock(_mallocMemLck);
 
 	return count_blocks();
 }
@@ -247,7 +247,7 @@ void *copy_all(void *context, void *views, u32 room)
 
 	memset(first, 0, room * sizeof(*first));
 
-	const memory_guard lock;
+	const irq_spin_guard lock(_mallocMemLck);
 
 	if (count_blocks() > room)
 		return nullptr;
@@ -270,7 +270,7 @@ constexpr snapshot_maker blocks = { sizeof(block_view), count_under_lock,
 	memory_view view;
 
 	{
-		const memory_guard lock;
+		const irq_spin_guard lock(_mallocMemLck);
 
 		view_usage(view);
 	}
@@ -303,7 +303,7 @@ constexpr snapshot_maker blocks = { sizeof(block_view), count_under_lock,
 		print_view(seq, view);
 		kvfree(view.blocks.views);
 	} else {
-		const memory_guard lock;
+		const irq_spin_guard lock(_mallocMemLck);
 
 		view.blocks.views = nullptr;
 		view_usage(view);

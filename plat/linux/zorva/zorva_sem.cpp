@@ -73,20 +73,15 @@ void remove(lock_registry<Record> &registry, Record *record)
 	--registry.count;
 }
 
-/* Fills the slot after the newest but for its time; the registry is held. */
+/* Turns to the slot after the newest; the registry is held. */
 template <class Record>
-[[gnu::always_inline]] inline typename Record::entry &
-add_entry(Record *record, u32 action, const char *file, u32 line)
+[[gnu::always_inline]] inline typename Record::entry &next_entry(Record *record)
 {
+	const u32 head = (record->historyHead + 1) % history_slots;
+
 	record->active = 1;
-	record->historyHead = (record->historyHead + 1) % history_slots;
-
-	typename Record::entry &slot = record->history[record->historyHead];
-
-	copy_file(slot.file, file);
-	slot.line = line;
-	slot.action = action;
-	return slot;
+	record->historyHead = head;
+	return record->history[head];
 }
 
 /* Records a call of take or give. Made part of both: they are called often. */
@@ -104,7 +99,13 @@ add_entry(Record *record, u32 action, const char *file, u32 line)
 	const sema_guard lock(_zorvaMutexDbg.lock);
 
 	mutex->locked = action ^ 1;
-	add_entry(mutex, action, file, line).time = now;
+
+	mutex_entry &slot = next_entry(mutex);
+
+	slot.time = now;
+	slot.line = line;
+	slot.action = action;
+	copy_file(slot.file, file);
 }
 
 [[gnu::always_inline]] inline void
@@ -117,11 +118,15 @@ record(zorva_sem *sem, u32 timeout, u32 action, const char *file, u32 line)
 	}
 
 	const sema_guard lock(_zorvaSemDbg.lock);
-	sem_entry &slot = add_entry(sem, action, file, line);
-
 	/* Read under the lock, unlike a mutex's. */
-	slot.time = uptime_secs();
+	const u32 now = uptime_secs();
+	sem_entry &slot = next_entry(sem);
+
+	slot.time = now;
 	slot.timeout = timeout;
+	slot.line = line;
+	slot.action = action;
+	copy_file(slot.file, file);
 }
 
 /*
@@ -129,13 +134,13 @@ record(zorva_sem *sem, u32 timeout, u32 action, const char *file, u32 line)
  * count comes last, and is read first by those who ask whether they are the
  * holder: until it says that there is one, the PID may be that of the last.
  */
-[[gnu::always_inline]] inline void note_holder(zorva_mutex *mutex, pid_t self)
+[[gnu::always_inline]] inline void note_holder(zorva_mutex *mutex)
 {
 	{
 		const interleave_guard lock(_zorvaLockDbgLck);
 
-		atomic_set(mutex->lockerPid, self);
-		if (!zk_comm_of_pid(self, mutex->lockerName))
+		atomic_set(mutex->lockerPid, current_pid());
+		if (!comm_of_this_task(mutex->lockerName))
 			copy_text(mutex->lockerName, "unknown",
 				  sizeof(mutex->lockerName));
 	}
@@ -144,10 +149,9 @@ record(zorva_sem *sem, u32 timeout, u32 action, const char *file, u32 line)
 }
 
 /* Sleeping in an interrupt is warned about, not refused. */
-void warn_in_interrupt(const char *func, const char *file, u32 line)
+[[gnu::cold, gnu::noinline]] void warn_of_interrupt(const char *func,
+						    const char *file, u32 line)
 {
-	if (likely(!zk_in_interrupt()))
-		return;
 	printk(KERN_CONT "[ZORVA] %s - in_interrupt.(%s, %d)\n", func, file,
 	       line);
 	dump_stack();
@@ -200,20 +204,19 @@ u32 zorva_mutex_take_track(u32 compId, zorva_mutex_t *mutex, const char *file,
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(mutex, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
-	warn_in_interrupt(__func__, file, line);
-
-	const pid_t self = zk_current_pid();
+	if (unlikely(in_interrupt()))
+		warn_of_interrupt(__func__, file, line);
 
 	/* Nesting is not counted: one give will release the mutex. */
 	if (atomic_read(mutex->takeCount) != 0) {
 		zk_smp_rmb();
-		if (atomic_read(mutex->lockerPid) == self)
+		if (atomic_read(mutex->lockerPid) == current_pid())
 			return ZORVA_RC_OK;
 	}
 
 	record(mutex, action_take, file, line);
 	zk_mutex_lock(&mutex->mutex);
-	note_holder(mutex, self);
+	note_holder(mutex);
 	return ZORVA_RC_OK;
 }
 
@@ -224,14 +227,15 @@ u32 zorva_mutex_give_track(u32 compId, zorva_mutex_t *mutex, const char *file,
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(mutex, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
-	warn_in_interrupt(__func__, file, line);
+	if (unlikely(in_interrupt()))
+		warn_of_interrupt(__func__, file, line);
 	/* A give that is then ignored is meant to be recorded, too. */
 	record(mutex, action_give, file, line);
 
 	if (atomic_read(mutex->takeCount) == 0)
 		return ZORVA_RC_OK;
 	zk_smp_rmb();
-	if (atomic_read(mutex->lockerPid) != zk_current_pid())
+	if (atomic_read(mutex->lockerPid) != current_pid())
 		return ZORVA_RC_OK;
 	if (atomic_add(mutex->takeCount, -1) != 0)
 		return ZORVA_RC_OK;
@@ -252,7 +256,7 @@ u32 zorva_mutex_is_locked_track(u32 compId, zorva_mutex_t *mutex)
 	const s32 locker = atomic_read(mutex->lockerPid);
 	const sema_guard lock(_zorvaMutexDbg.lock);
 
-	return locker == zk_current_pid() ? mutex->locked : 0;
+	return locker == current_pid() ? mutex->locked : 0;
 }
 
 [[gnu::cold]] void zorva_mutex_history_record(zorva_mutex *mutex, u32 action,
@@ -332,12 +336,13 @@ u32 zorva_sem_take_track(u32 compId, zorva_sem_t *sem, u32 timeout,
 	ZORVA_CHECK(compId < ZORVA_COMPONENTS, ZORVA_RC_BAD_COMPONENT);
 	ZORVA_CHECK(sem, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
-	warn_in_interrupt(__func__, file, line);
+	if (unlikely(in_interrupt()))
+		warn_of_interrupt(__func__, file, line);
 	record(sem, timeout, action_take, file, line);
 
 	const u32 result = wait_for_unit(sem, timeout);
 
-	if (likely(!zk_fatal_signal_pending()))
+	if (likely(!fatal_signal_pending()))
 		return result;
 
 	/* Told to end: a unit goes back whether or not one was taken. */
@@ -366,7 +371,7 @@ u32 zorva_sem_give_track(u32 compId, zorva_sem_t *sem, const char *file,
 	ZORVA_CHECK(file, ZORVA_RC_NULL_ARG);
 	record(sem, 0, action_give, file, line);
 	up(&sem->semaphore);
-	if (likely(!zk_fatal_signal_pending()))
+	if (likely(!fatal_signal_pending()))
 		return ZORVA_RC_OK;
 
 	/* Told to end: the count is meant to rise by two. */

@@ -128,8 +128,7 @@ void copy_object(void *copy, void *listed)
 		to.time = from.time;
 		to.line = from.line;
 		to.action = from.action;
-		copy_words(reinterpret_cast<u32 *>(to.file),
-			   reinterpret_cast<const u32 *>(from.file));
+		copy_words(to.file, from.file);
 		copy_timeout(to, from);
 	}
 	view.entries = i;

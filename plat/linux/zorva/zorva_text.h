@@ -30,44 +30,62 @@ inline bool is_text(const char *text)
 	       -static_cast<uintptr_t>(2 * ZK_PAGE_SIZE);
 }
 
-constexpr bool has_zero_byte(u32 word)
+/* A text that can be read by words. */
+inline bool is_in_words(const char *text)
 {
-	return (word - 0x01010101) & ~word & 0x80808080;
+	return is_text(text) &&
+	       reinterpret_cast<uintptr_t>(text) % sizeof(u32) == 0;
+}
+
+/* Has the compiler keep a constant, which it would else make anew each time. */
+[[gnu::always_inline]] inline u32 kept_constant(u32 value)
+{
+	__asm__ inline("" : "+r"(value));
+	return value;
 }
 
 /*
- * Copies the words of a file's name up to the one with its end. That one may
- * reach beyond the text, but not into another page; what lies there is copied
- * and never looked at.
+ * Copies the words of a file's name up to the one with its end, and no more
+ * characters than are kept. What lies behind the end in its word is copied and
+ * never looked at.
  */
-__attribute__((no_sanitize_address)) inline void copy_words(u32 *to,
-							    const u32 *from)
+template <u32 kept = file_size - 1>
+[[gnu::no_sanitize_address]] inline void copy_words(char (&dst)[file_size],
+						    const char *file)
 {
+	u32 *const to = reinterpret_cast<u32 *>(dst);
+	const u32 *const from = reinterpret_cast<const u32 *>(file);
+	constexpr u32 last = file_size / sizeof(u32) - 1;
+	const u32 ones = kept_constant(0x01010101);
+	const u32 tops = kept_constant(0x80808080);
+
 #pragma GCC unroll 4
-	for (u32 i = 0; i < file_size / sizeof(u32); ++i) {
+	for (u32 i = 0; i < last; ++i) {
 		const u32 word = from[i];
+		/* Set for a zero byte, and for some beyond 0x80. */
+		const u32 marks = (word - ones) & tops;
 
 		to[i] = word;
-		if (has_zero_byte(word))
-			break;
+		if (unlikely(marks) && (marks & ~word))
+			return;
 	}
+	to[last] = from[last];
+	for (u32 i = kept; i < file_size; ++i)
+		dst[i] = '\0';
 }
 
 /*
- * Keeps the name of a caller's file, cut to 15 characters. The field is
- * aligned to a word; its bytes behind the end are of no meaning.
+ * Keeps the name of a caller's file, cut to 15 characters or to fewer. The
+ * field is aligned to a word; its bytes behind the end are of no meaning.
  */
+template <u32 kept = file_size - 1>
 [[gnu::always_inline]] inline void copy_file(char (&dst)[file_size],
 					     const char *file)
 {
-	if (unlikely(!is_text(file) ||
-		     reinterpret_cast<uintptr_t>(file) % sizeof(u32) != 0)) {
-		copy_text(dst, file, file_size);
-		return;
-	}
-	copy_words(reinterpret_cast<u32 *>(dst),
-		   reinterpret_cast<const u32 *>(file));
-	dst[file_size - 1] = '\0';
+	if (likely(is_in_words(file)))
+		copy_words<kept>(dst, file);
+	else
+		copy_text(dst, file, kept + 1);
 }
 
 inline constexpr u32 name_size = 32;

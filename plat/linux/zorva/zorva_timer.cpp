@@ -69,7 +69,7 @@ struct tick_kind {
 	/* 100 ticks a second, whatever the kernel's rate; may wrap. */
 	static void arm(record *timer, u32 msecs)
 	{
-		zk_add_timer(&timer->timer, msecs * 100 / 1000);
+		add_timer(&timer->timer, msecs * 100 / 1000);
 	}
 	static void disarm(record *timer)
 	{
@@ -164,20 +164,36 @@ template <class Kind>
 }
 
 /*
- * Finds a timer; the lock is held, and there is a list. The table answers at
- * once, but for an ID that does not exist, or that shares its place with a
- * later one, as can be when an insertion has failed and its ID was skipped:
- * then the list decides. A list without its magic has no timers.
+ * Finds a timer in the table; the lock is held, and there is a list. Null for
+ * an ID that does not exist, or that shares its place with a later one, as can
+ * be when an insertion has failed and its ID was skipped: then the list
+ * decides. A list without its magic has no timers.
  */
 template <class Kind>
-typename Kind::record *find(u32 timerId)
+[[gnu::always_inline]] inline typename Kind::record *find_at_once(u32 timerId)
 {
 	auto *const timer = place_of<Kind>(timerId);
 
-	if (likely(Kind::list->magic == SYS_SLL_MAGIC && timer &&
-		   timer->timerId == timerId))
-		return timer;
-	return look_for<Kind>(timerId);
+	return likely(Kind::list->magic == SYS_SLL_MAGIC && timer &&
+		      timer->timerId == timerId)
+		       ? timer
+		       : nullptr;
+}
+
+/* Finds any timer; the lock is held, and there is a list. */
+template <class Kind>
+[[gnu::always_inline]] inline typename Kind::record *find(u32 timerId)
+{
+	auto *const timer = find_at_once<Kind>(timerId);
+
+	return likely(timer) ? timer : look_for<Kind>(timerId);
+}
+
+/* What a start's file is kept in: the field is one byte longer, which is 0. */
+template <class Record>
+char (&file_of(Record *timer))[file_size]
+{
+	return reinterpret_cast<char(&)[file_size]>(timer->startFile);
 }
 
 /* The lock is held. */
@@ -308,41 +324,65 @@ u32 init(u32 compId, u32 *timerId, timer_callback callback, u32 data,
 	ZORVA_CHECK_IN(Kind::init_name, callback, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::init_name, file, ZORVA_RC_NULL_ARG);
 
-	const timer_guard lock;
+	const irq_spin_guard lock(_zorvaTimerLock);
 
 	return add(kind<Kind>, compId, timerId, callback, data);
+}
+
+/* The lock is held. Arms last: nothing of the call is needed after it. */
+template <class Kind>
+void note_and_arm(typename Kind::record *timer, u32 msecs, u32 line)
+{
+	timer->period = msecs;
+	timer->running = 1;
+	timer->startLine = line;
+	Kind::arm(timer, msecs);
+}
+
+/* Starts a timer where something is out of the ordinary. */
+template <class Kind>
+[[gnu::noinline, gnu::cold]] u32 start_any(u32 timerId, u32 msecs,
+					   const char *file, u32 line)
+{
+	const irq_spin_guard lock(_zorvaTimerLock);
+	auto *const timer = find<Kind>(timerId);
+
+	if (!timer)
+		return ZORVA_RC_NOT_FOUND;
+	if (timer->running)
+		return ZORVA_RC_FAIL;
+	copy_text(file_of(timer), file, file_size);
+	note_and_arm<Kind>(timer, msecs, line);
+	return ZORVA_RC_OK;
 }
 
 template <class Kind>
 [[gnu::always_inline]] inline u32 start(u32 compId, const u32 *timerId,
 					u32 msecs, const char *file, u32 line)
 {
-	ZORVA_CHECK_IN(Kind::start_name, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(Kind::start_name, compId < ZORVA_COMPONENTS,
-		       ZORVA_RC_BAD_COMPONENT);
+	if (unlikely(!valid_owner(compId))) {
+		ZORVA_CHECK_IN(Kind::start_name, compId != 0,
+			       ZORVA_RC_BAD_COMPONENT);
+		ZORVA_CHECK_IN(Kind::start_name, compId < ZORVA_COMPONENTS,
+			       ZORVA_RC_BAD_COMPONENT);
+	}
 	ZORVA_CHECK_IN(Kind::start_name, timerId, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::start_name, msecs != 0, ZORVA_RC_BAD_VALUE);
 	ZORVA_CHECK_IN(Kind::start_name, file, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::start_name, read_once(Kind::list), ZORVA_RC_FAIL);
 
 	{
-		const timer_guard lock;
-		auto *const timer = find<Kind>(*timerId);
+		const irq_spin_guard lock(_zorvaTimerLock);
+		auto *const timer = find_at_once<Kind>(*timerId);
 
-		if (unlikely(!timer))
-			return ZORVA_RC_NOT_FOUND;
-		if (unlikely(timer->running))
-			return ZORVA_RC_FAIL;
-		timer->period = msecs;
-		timer->running = 1;
-		timer->startLine = line;
-		copy_file(reinterpret_cast<char(&)[file_size]>(
-				  timer->startFile),
-			  file);
-		/* Last: nothing of the call has to be kept meanwhile. */
-		Kind::arm(timer, msecs);
+		/* No call before the last: no register has to be saved. */
+		if (likely(timer && !timer->running && is_in_words(file))) {
+			copy_words(file_of(timer), file);
+			note_and_arm<Kind>(timer, msecs, line);
+			return ZORVA_RC_OK;
+		}
 	}
-	return ZORVA_RC_OK;
+	return start_any<Kind>(*timerId, msecs, file, line);
 }
 
 /*
@@ -358,7 +398,7 @@ template <class Kind>
 
 	for (;;) {
 		{
-			const timer_guard lock;
+			const irq_spin_guard lock(_zorvaTimerLock);
 			auto *const timer = find<Kind>(timerId);
 
 			if (!timer)
@@ -378,9 +418,12 @@ template <class Kind>
 [[gnu::always_inline]] inline u32 stop(u32 compId, const u32 *timerId,
 				       const char *file)
 {
-	ZORVA_CHECK_IN(Kind::stop_name, compId != 0, ZORVA_RC_BAD_COMPONENT);
-	ZORVA_CHECK_IN(Kind::stop_name, compId < ZORVA_COMPONENTS,
-		       ZORVA_RC_BAD_COMPONENT);
+	if (unlikely(!valid_owner(compId))) {
+		ZORVA_CHECK_IN(Kind::stop_name, compId != 0,
+			       ZORVA_RC_BAD_COMPONENT);
+		ZORVA_CHECK_IN(Kind::stop_name, compId < ZORVA_COMPONENTS,
+			       ZORVA_RC_BAD_COMPONENT);
+	}
 	ZORVA_CHECK_IN(Kind::stop_name, timerId, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::stop_name, file, ZORVA_RC_NULL_ARG);
 	ZORVA_CHECK_IN(Kind::stop_name, read_once(Kind::list), ZORVA_RC_FAIL);
@@ -388,7 +431,7 @@ template <class Kind>
 		return stop_everywhere<Kind>(*timerId);
 
 	{
-		const timer_guard lock;
+		const irq_spin_guard lock(_zorvaTimerLock);
 		auto *const timer = find<Kind>(*timerId);
 
 		if (unlikely(!timer))
@@ -437,7 +480,7 @@ template <class Kind>
 void expire(typename Kind::record *timer)
 {
 	{
-		const timer_guard lock;
+		const irq_spin_guard lock(_zorvaTimerLock);
 
 		if (zk_is_smp() && (!timer->running || Kind::is_armed(timer)))
 			return;
@@ -473,6 +516,16 @@ bool print_timer(struct seq_file *seq, const void *copy)
 	return true;
 }
 
+unsigned long lock_timers()
+{
+	return lock_irqsave(_zorvaTimerLock);
+}
+
+void unlock_timers(unsigned long flags)
+{
+	unlock_irqrestore(_zorvaTimerLock, flags);
+}
+
 /* The next node that has a timer; the lock is held. */
 template <class Kind>
 void *next_timer(void *last)
@@ -500,14 +553,13 @@ void copy_timer(void *copy, void *node)
 	view.period = timer->period;
 	view.running = timer->running;
 	view.startLine = timer->startLine;
-	copy_words(reinterpret_cast<u32 *>(view.startFile),
-		   reinterpret_cast<const u32 *>(timer->startFile));
+	copy_words(view.startFile, timer->startFile);
 }
 
 template <class Kind>
 constexpr report_source timers = {
-	sizeof(timer_view), zk_lock_timers, zk_unlock_timers, next_timer<Kind>,
-	copy_timer<Kind>,   print_timer,    nullptr
+	sizeof(timer_view), lock_timers, unlock_timers, next_timer<Kind>,
+	copy_timer<Kind>,   print_timer, nullptr
 };
 
 void dump(struct seq_file *seq, const report_source &source)
