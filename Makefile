@@ -27,6 +27,7 @@
 # BENCH_ARGS=--update  put what bench has measured into docs/
 # DESTDIR=D PREFIX=P   of install, uninstall: a root, what below it (/usr/local)
 # INSTALL_MOD_PATH=D   the root that modules_install installs into
+# MINUTES=N            of test-all: what would end later is left out
 # CROSS_COMPILE=P      prefix of the cross compiler (mips-linux-gnu-)
 # ZORVA_CACHE=DIR      where kernels and BusyBox are kept (~/.cache/zorva)
 
@@ -75,6 +76,16 @@ shell: kernel ## boot the board and give a shell on it
 .PHONY: test
 test: deps kernel ## lint, unit and target-test, with one summary
 	@$(with_kernel) target/test-all.sh
+
+# From here on, what is installed and built first included.
+ifdef MINUTES
+deadline := $(shell expr $$(date +%s) + 60 \* $(MINUTES))
+endif
+
+.PHONY: test-all
+test-all: deps kernel ## all that, and what is slow: packages, pages, browser
+	@target/install-deps.sh kit gdb docs docs-test install packages
+	@$(with_kernel) target/test-all.sh --slow $(deadline)
 
 .PHONY: unit
 unit: ## the tests on this machine, against a fake kernel

@@ -1,8 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: GPL-2.0
 #
-# Every check there is, one summary. Each level runs whatever the ones before
-# it gave, and writes "PASSED FAILED" into a file of its own.
+# The checks of every change, or all that there are, with one summary. Each
+# level runs whatever the ones before it gave, and writes "PASSED FAILED" into a
+# file of its own.
 set -euo pipefail
 
 # shellcheck source=target/lib.sh
@@ -11,14 +12,24 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: test-all.sh
+usage: test-all.sh [--slow [DEADLINE]]
+
+  --slow    runs what is slow as well
+  DEADLINE  when all has to be over, in seconds as of "date +%s": what is slow
+            and would not be done by then is left out, and named
 
 Environment: as for board.sh.
 END
 }
 
+slow=
+deadline=
 case ${1-} in
 '') ;;
+--slow)
+	slow=yes
+	deadline=${2-}
+	;;
 -h | --help)
 	usage
 	exit
@@ -48,6 +59,27 @@ run()
 	echo "$status $((SECONDS - start))" >"$ZORVA_BUILD/$name.status"
 }
 
+# run_slow NAME SECONDS COMMAND...: a level that takes so long on two
+# processors, if there is time; it is ended when the time is over
+run_slow()
+{
+	local name=$1 needs=$2 left
+	shift 2
+
+	levels+=("$name")
+	if [ -z "$deadline" ]; then
+		run "$name" "$@"
+		return
+	fi
+	left=$((deadline - $(date +%s)))
+	if [ "$left" -lt "$needs" ]; then
+		unset 'levels[-1]'
+		left_out+=("$name ($needs s; $((left > 0 ? left : 0)) s were left)")
+		return
+	fi
+	run "$name" timeout --kill-after=20 "$left" "$@"
+}
+
 sum_up()
 {
 	local name=$1 counts=$ZORVA_BUILD/$1.counts passed=0 failed=0
@@ -69,7 +101,9 @@ sum_up()
 		"$passed" "$failed" "$seconds")$'\n'
 }
 
-rm -f "$ZORVA_BUILD"/{lint,kit,unit,host,tools,target,console}.status
+rm -f "$ZORVA_BUILD"/*.status
+levels=(lint kit unit host tools target console)
+left_out=()
 run lint tests/lint.sh
 run kit tests/kit/messages.sh
 
@@ -88,10 +122,28 @@ wait
 cat "$ZORVA_BUILD/unit.out"
 run console tools/zorva/check_console.sh "$ZORVA_LOGS/run-console.log"
 
-for name in lint kit unit host tools target console; do
+# shellcheck disable=SC2016 # the counts, for the inner shell
+if [ -n "$slow" ]; then
+	run_slow docs 80 bash -c 'docs/site/build.sh && docs/site/test.sh "$0"'
+	run_slow install 60 tests/packaging/install.sh
+	if [ "$(id -u)" -eq 0 ]; then
+		run_slow deb 560 bash -c 'packaging/deb.sh &&
+			tests/packaging/deb.sh "$0"'
+	else
+		left_out+=("deb (only root can make a root)")
+	fi
+	run_slow host32 70 env HOST_WIDTHS='64;32' tests/host/run.sh
+	run_slow gdb 60 tests/gdb/run.sh
+	run_slow modules 600 tests/kit/run.sh
+fi
+
+for name in "${levels[@]}"; do
 	sum_up "$name"
 done
 say "== all"
 printf '%s' "$summary"
+for name in "${left_out[@]}"; do
+	echo "left out: $name"
+done
 echo "$all_passed passed, $all_failed failed"
 [ "$all_failed" -eq 0 ]

@@ -12,36 +12,47 @@ here=$(cd "$(dirname "$0")" && pwd)
 usage()
 {
 	cat <<END
-usage: run.sh
+usage: run.sh [COUNTS]
+
+  COUNTS  a file for "PASSED FAILED", the numbers of checks
 
 Environment: as for board.sh.
 END
 }
 
 case ${1-} in
-'') ;;
--h | --help)
+-*)
 	usage
+	[ "$1" = -h ] || [ "$1" = --help ] || exit 2
 	exit
 	;;
-*)
-	usage >&2
-	exit 2
-	;;
 esac
-
+counts=${1:+$(realpath -m "$1")}
 status=0
-"$here/messages.sh" || status=1
-"$here/board.sh" || status=1
+each=$(mktemp -d)
+trap 'rm -rf "$each"' EXIT
+"$here/messages.sh" "$each/messages" || status=1
+"$here/board.sh" "$each/board" || status=1
 
 # What git knows or would take, in a directory of its own: what is beside it
 # belongs to the page.
-fresh=$(mktemp -d)
-trap 'rm -rf "$fresh"' EXIT
+fresh=$each/fresh
+mkdir "$fresh"
 mkdir "$fresh/zorva"
 cd "$ZORVA_ROOT"
 # shellcheck disable=SC2119 # all
 list_sources | tar -c -T - | tar -x -C "$fresh/zorva"
 unset ZORVA_BUILD_LOCKED M SCENARIO FILES SHARE
-"$here/page.py" docs/first-module.md "$fresh/zorva" || status=1
-exit "$status"
+"$here/page.py" docs/first-module.md "$fresh/zorva" | tee "$each/said" ||
+	status=1
+sed -nE 's/^first-module\.md: ([0-9]+) passed, ([0-9]+) failed$/\1 \2/p' \
+	"$each/said" >"$each/page"
+# What broke before it could count has failed as well.
+for part in messages board page; do
+	[ -s "$each/$part" ] || echo "0 1" >"$each/$part"
+done
+read -r passed failed < <(cat "$each"/{messages,board,page} | awk '
+	{ passed += $1; failed += $2 } END { print passed, failed }')
+echo "kit: $passed passed, $failed failed"
+[ -z "$counts" ] || echo "$passed $failed" >"$counts"
+[ "$status" -eq 0 ] && [ "$failed" -eq 0 ]
