@@ -114,12 +114,13 @@ read_picture()
 		sed -e 's/&lt;/</g' -e 's/&gt;/>/g' -e 's/&amp;/\&/g'
 }
 
-# What differs from run to run: PIDs, times, how much has leaked, and which of
-# the two threads is named first.
+# What differs from run to run: PIDs, times, how much has leaked, which of the two
+# threads is named first, and which block lies below the damaged one.
 same_in_all_runs()
 {
 	sed -E -e 's/\([0-9]+\)/(PID)/g' -e 's/\b[0-9]+ s\b/N s/g' \
 		-e 's/[0-9]+ blocks, .*/N blocks/' \
+		-e 's/(the block below), of .*/\1/' \
 		-e '/^DEADLOCK/s/(stp|lag)-update/THREAD/g' | LC_ALL=C sort
 }
 
