@@ -156,8 +156,9 @@ tools-test: ## the tests of the inspector
 	@tools/zorva/run_tests.sh
 
 .PHONY: tools-bench
-tools-bench: tools ## the inspector on a million blocks, against limits
+tools-bench: tools kernel ## the inspector on a million blocks, and on the board
 	@tools/zorva/bench.py build/tools/zorva
+	@$(with_kernel) tools/zorva/bench_board.sh
 
 .PHONY: bench
 bench: kernel ## instructions of each call on the board, against limits

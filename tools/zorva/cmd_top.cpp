@@ -54,19 +54,19 @@ wants needed(bool details)
 bool look_at(const std::string &source, bool details, top_screen &screen,
 	     std::string &failure)
 {
-	const reading from = read_input(source, needed(details));
+	reading from = read_input(source, needed(details));
 
 	failure = from.failure;
 	if (!failure.empty())
 		return false;
-	screen.update(from.last());
+	screen.update(std::move(from.moments.back()));
 	return true;
 }
 
 /* What a line as wide as a serial console's shows, for a program or a file. */
 int run_batch(const std::string &source)
 {
-	constexpr size_t lines = 24;
+	constexpr size_t titles = 6; /* the first line, the last, and four */
 	constexpr size_t columns = 80;
 	top_screen screen;
 	const top_view view;
@@ -81,7 +81,7 @@ int run_batch(const std::string &source)
 			return exit_unreadable;
 		}
 
-		const size_t all = screen.rows().size() + lines;
+		const size_t all = screen.rows().size() + titles;
 
 		for (const top_line &one : screen.frame(view, all, columns)) {
 			const size_t end = one.text.find_last_not_of(' ');

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 #include "print.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -69,6 +70,11 @@ bool is_unsafe(uint32_t value)
 	       (value >= 0xe0000 && value <= 0xe0fff);
 }
 
+bool is_plain(char c)
+{
+	return c >= ' ' && c < 0x7f && c != '\\';
+}
+
 void append_safe(std::string &to, std::string_view text, const character &c)
 {
 	const auto byte = static_cast<unsigned char>(text[0]);
@@ -116,6 +122,11 @@ const char *colour_of(style how)
 
 std::string escaped(std::string_view text, size_t limit)
 {
+	/* Nearly every name. */
+	if (text.size() <= limit &&
+	    std::all_of(text.begin(), text.end(), is_plain))
+		return std::string(text);
+
 	std::string safe;
 	size_t shown = 0;
 

@@ -80,15 +80,18 @@ private:
 	const size_t size_;
 };
 
-/* All up to the end; false with errno. A report has no size of its own. */
+/*
+ * All up to the end; false with errno. A report has no size of its own, and is
+ * mostly short: memory that nothing is read into costs the board time.
+ */
 bool read_all(int fd, std::string &to)
 {
-	constexpr size_t piece = 64 * 1024;
+	constexpr size_t least = 4096;
 	size_t used = 0;
 
 	for (;;) {
-		if (to.size() < used + piece)
-			to.resize(std::max(used + piece, used * 3 / 2));
+		if (to.size() == used)
+			to.resize(std::max(least, used * 2));
 		progress::wait_for(fd, used);
 
 		const ssize_t got =

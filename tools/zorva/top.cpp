@@ -90,10 +90,10 @@ top_amount top_screen::amount_of(const std::string &key, uint64_t bytes,
 		 time - first.time };
 }
 
-void top_screen::add_components(const model &now)
+void top_screen::add_components()
 {
 	total_bytes_ = 0;
-	for (const component_usage &one : usage_of(now)) {
+	for (const component_usage &one : usage_of(last_)) {
 		const std::string key = "component " + one.name;
 		const uint64_t blocks = one.allocs - one.frees;
 		top_row row;
@@ -107,37 +107,24 @@ void top_screen::add_components(const model &now)
 					  size_text(one.current), blocks,
 					  growth_cell(row.amount),
 					  rate_cell(row.amount)) };
-		row.more = {
-			fmt::format("{} has {} in {}", escaped(one.name),
-				    size_text(one.current),
-				    count_text(blocks, "block")),
-			fmt::format("at most it had {}", size_text(one.max)),
-			fmt::format("{} allocations, {} frees", one.allocs,
-				    one.frees),
-		};
-		for (const top_row &from : sites_)
-			if (from.cells.size() > 1 && from.cells[1] == one.name)
-				row.more.push_back("  " + from.cells[0]);
-		if (sites_.empty())
-			row.more.push_back(
-				"where: press d to read the detailed report");
+		row.index = static_cast<size_t>(&one - usage_of(last_).data());
 		if (row.amount.more_bytes > 0)
 			row.how = style::warn;
 		rows_.push_back(std::move(row));
 	}
 }
 
-void top_screen::add_sites(const model &now)
+void top_screen::add_sites()
 {
-	if (!now.blocks.state.present)
+	if (!last_.blocks.state.present)
 		return;
 
-	const uint64_t time = now.blocks.state.now.value_or(now_);
+	const uint64_t time = last_.blocks.state.now.value_or(now_);
 
 	details_time_ = time;
 	sites_.clear();
 	for (const block_group &one :
-	     group_blocks(now.blocks, grouping::by_site)) {
+	     group_blocks(last_.blocks, grouping::by_site)) {
 		const std::string key =
 			fmt::format("site {} {}:{}", one.component,
 				    one.from.file, one.from.line);
@@ -170,11 +157,11 @@ void top_screen::add_sites(const model &now)
 	}
 }
 
-void top_screen::add_locks(const model &now)
+void top_screen::add_locks()
 {
 	held_ = 0;
 	for (const bool mutexes : { true, false }) {
-		const lock_report &report = best_locks(now, mutexes);
+		const lock_report &report = best_locks(last_, mutexes);
 		const uint64_t time = report.state.now.value_or(now_);
 
 		for (const lock &one : report.locks) {
@@ -209,14 +196,9 @@ void top_screen::add_locks(const model &now)
 									  0))
 						    : "-")
 			};
-			row.more = {
-				fmt::format("{} {} of {}: its last calls, newest first",
-					    mutexes ? "mutex" : "semaphore",
-					    escaped(one.name),
-					    escaped(one.component))
-			};
-			for (const lock_call &call : one.history)
-				row.more.push_back(history_line(call));
+			row.index =
+				static_cast<size_t>(&one - report.locks.data());
+			row.mutex = mutexes;
 			if (mutexes && row.amount.bytes >= held_long)
 				row.how = style::bad;
 			held_ += mutexes;
@@ -225,10 +207,10 @@ void top_screen::add_locks(const model &now)
 	}
 }
 
-void top_screen::add_queues(const model &now)
+void top_screen::add_queues()
 {
 	full_ = 0;
-	for (const queue &one : now.queues.queues) {
+	for (const queue &one : last_.queues.queues) {
 		const bool full = one.depth >=
 				  static_cast<int64_t>(one.max_depth);
 		top_row row;
@@ -246,18 +228,8 @@ void top_screen::add_queues(const model &now)
 					  escaped(one.component, 8), one.depth,
 					  one.max_seen, one.max_depth,
 					  full ? "  FULL" : "") };
-		row.more = {
-			fmt::format("queue {} of {}", escaped(one.name),
-				    escaped(one.component)),
-			fmt::format("{} in it now, at most {}, room for {}",
-				    count_text(static_cast<uint64_t>(
-						       std::max<int64_t>(one.depth,
-									 0)),
-					       "message"),
-				    one.max_seen, one.max_depth),
-			fmt::format("{} a message",
-				    size_text(one.message_size)),
-		};
+		row.index =
+			static_cast<size_t>(&one - last_.queues.queues.data());
 		full_ += full;
 		if (full)
 			row.how = style::bad;
@@ -265,17 +237,18 @@ void top_screen::add_queues(const model &now)
 	}
 }
 
-void top_screen::update(const model &now)
+void top_screen::update(model now)
 {
-	now_ = time_of(now).value_or(now_);
-	if (now.uptime_ms)
-		now_ = *now.uptime_ms / 1000;
-	add_sites(now);
+	last_ = std::move(now);
+	now_ = time_of(last_).value_or(now_);
+	if (last_.uptime_ms)
+		now_ = *last_.uptime_ms / 1000;
+	add_sites();
 	rows_.clear();
-	add_components(now);
+	add_components();
 	rows_.insert(rows_.end(), sites_.begin(), sites_.end());
-	add_locks(now);
-	add_queues(now);
+	add_locks();
+	add_queues();
 }
 
 std::vector<const top_row *> top_screen::shown(const top_view &view) const
@@ -373,18 +346,79 @@ std::vector<top_line> top_screen::body(const top_view &view,
 	return lines;
 }
 
+std::vector<std::string> top_screen::inside_component(const top_row &row) const
+{
+	const component_usage &one = usage_of(last_)[row.index];
+	std::vector<std::string> lines = {
+		fmt::format("{} has {} in {}", escaped(one.name),
+			    size_text(one.current),
+			    count_text(row.amount.blocks, "block")),
+		fmt::format("at most it had {}", size_text(one.max)),
+		fmt::format("{} allocations, {} frees", one.allocs, one.frees),
+	};
+
+	for (const top_row &from : sites_)
+		if (from.cells.size() > 1 && from.cells[1] == one.name)
+			lines.push_back("  " + from.cells[0]);
+	if (sites_.empty())
+		lines.push_back("where: press d to read the detailed report");
+	return lines;
+}
+
+std::vector<std::string> top_screen::inside_lock(const top_row &row) const
+{
+	const lock &one = best_locks(last_, row.mutex).locks[row.index];
+	std::vector<std::string> lines = {
+		fmt::format("{} {} of {}: its last calls, newest first",
+			    row.mutex ? "mutex" : "semaphore",
+			    escaped(one.name), escaped(one.component))
+	};
+
+	for (const lock_call &call : one.history)
+		lines.push_back(history_line(call));
+	return lines;
+}
+
+std::vector<std::string> top_screen::inside_queue(const top_row &row) const
+{
+	const queue &one = last_.queues.queues[row.index];
+	const auto depth =
+		static_cast<uint64_t>(std::max<int64_t>(one.depth, 0));
+
+	return {
+		fmt::format("queue {} of {}", escaped(one.name),
+			    escaped(one.component)),
+		fmt::format("{} in it now, at most {}, room for {}",
+			    count_text(depth, "message"), one.max_seen,
+			    one.max_depth),
+		fmt::format("{} a message", size_text(one.message_size)),
+	};
+}
+
 std::vector<top_line> top_screen::inside(const top_view &view) const
 {
+	std::vector<std::string> texts = { "It is gone." };
 	std::vector<top_line> lines;
 
-	for (const top_row &one : rows_) {
-		if (one.key != view.selected)
-			continue;
-		for (const std::string &text : one.more)
-			lines.push_back({ text, style::plain, false });
-		return lines;
-	}
-	return { { "It is gone.", style::plain, false } };
+	for (const top_row &one : rows_)
+		if (one.key == view.selected)
+			switch (one.section) {
+			case top_section::components:
+				texts = inside_component(one);
+				break;
+			case top_section::sites:
+				texts = one.more;
+				break;
+			case top_section::locks:
+				texts = inside_lock(one);
+				break;
+			case top_section::queues:
+				texts = inside_queue(one);
+				break;
+			}
+	for (std::string &text : texts)
+		lines.push_back({ std::move(text), style::plain, false });
+	return lines;
 }
 
 std::vector<top_line> top_screen::frame(const top_view &view, size_t lines,

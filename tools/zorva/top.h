@@ -47,8 +47,10 @@ struct top_row {
 	top_section section = top_section::components;
 	std::string key; /* the same from look to look */
 	std::vector<std::string> cells;
-	std::vector<std::string> more; /* what looking into it shows */
-	std::string name;	       /* what it is sorted and filtered by */
+	std::vector<std::string> more; /* of a place: what is inside */
+	size_t index = 0;   /* of the others: where the look has it */
+	bool mutex = false; /* of locks: it is no semaphore */
+	std::string name;   /* what it is sorted and filtered by */
 	top_amount amount;
 	style how = style::plain;
 };
@@ -74,7 +76,7 @@ struct top_view {
 class top_screen {
 public:
 	/* Takes the next look; an older detailed report stays known. */
-	void update(const model &now);
+	void update(model now);
 
 	const std::vector<top_row> &rows() const
 	{
@@ -102,17 +104,22 @@ private:
 		uint64_t time = 0;
 	};
 
-	void add_components(const model &now);
-	void add_sites(const model &now);
-	void add_locks(const model &now);
-	void add_queues(const model &now);
+	void add_components();
+	void add_sites();
+	void add_locks();
+	void add_queues();
 	top_amount amount_of(const std::string &key, uint64_t bytes,
 			     uint64_t blocks, uint64_t time);
 	std::string heading() const;
 	std::vector<top_line> body(const top_view &view,
 				   size_t *selected) const;
+	/* Made when it is looked at: on the board each text counts. */
+	std::vector<std::string> inside_component(const top_row &row) const;
+	std::vector<std::string> inside_lock(const top_row &row) const;
+	std::vector<std::string> inside_queue(const top_row &row) const;
 	std::vector<top_line> inside(const top_view &view) const;
 
+	model last_;
 	std::vector<top_row> rows_;
 	std::vector<top_row> sites_; /* of the last detailed report */
 	std::map<std::string, first_look> first_;
