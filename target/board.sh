@@ -122,6 +122,7 @@ prepare()
 # What the board has of the inspector; after the modules, whose lines it names.
 tool_files=("$ZORVA_BUILD/tools/board/zorva=/usr/bin/zorva"
 	"$ZORVA_ROOT/tools/zorva/zorva-snapshot=/usr/bin/zorva-snapshot"
+	"$ZORVA_ROOT/target/rootfs/metrics=/www/cgi-bin/metrics"
 	"$ZORVA_BUILD/tools/board/modules.lines=/usr/share/zorva/modules.lines")
 prepare_tools()
 {

@@ -25,6 +25,9 @@ usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
                    (one processor)
   --memory MB      128, or what the architecture needs
   --gdb SOCKET     wait for a debugger there before the kernel starts
+  --gdb-any SOCKET a debugger may come there at any time
+  --net PORT       a network device; what comes to 127.0.0.1:PORT of this machine
+                   goes to port 80 of the board, and nothing leaves it (mips)
   --share DIR      a folder of this machine that the board has at /mnt
   --check          look at the options and for the emulator, and start nothing
 
@@ -52,6 +55,8 @@ append=
 icount=
 memory=
 gdb=
+gdb_wait=
+net=
 share=
 check=
 while [ $# -gt 0 ]; do
@@ -64,7 +69,7 @@ while [ $# -gt 0 ]; do
 		exit
 		;;
 	--kernel | --arch | --initrd | --log | --timeout | --append | \
-		--icount | --memory | --gdb | --share)
+		--icount | --memory | --gdb | --gdb-any | --net | --share)
 		[ $# -ge 2 ] || wrong_usage "$1: says nothing more"
 		case $1 in
 		--kernel) kernel=$2 ;;
@@ -75,7 +80,9 @@ while [ $# -gt 0 ]; do
 		--append) append=$2 ;;
 		--icount) icount=$2 ;;
 		--memory) memory=$2 ;;
-		--gdb) gdb=$2 ;;
+		--gdb) gdb=$2 gdb_wait=-S ;;
+		--gdb-any) gdb=$2 ;;
+		--net) net=$2 ;;
 		--share) share=$2 ;;
 		esac
 		shift
@@ -115,6 +122,8 @@ esac
 [ "$arch" = um ] || command -v "${machine[0]}" >/dev/null ||
 	die "no ${machine[0]} in PATH: run target/install-deps.sh $packages"
 [ -z "$share" ] || [ -d "$share" ] || die "$share: no such folder to share"
+[[ $net =~ ^[0-9]*$ ]] || wrong_usage "--net $net: no port"
+[ -z "$net" ] || [ "$arch" = mips ] || die "--net: only the board has one"
 [ -z "$check" ] || exit 0
 if [ -z "$kernel" ] || [ -z "$initrd" ]; then
 	usage >&2
@@ -129,12 +138,21 @@ if [ "$arch" = um ]; then
 	# A restart would start the same again.
 	words="END=poweroff $words"
 else
-	machine+=(-nic none -vga none -display none -no-reboot
+	machine+=(-vga none -display none -no-reboot
 		-kernel "$kernel" -initrd "$initrd")
 	words="console=$console $words"
 fi
 [ -z "$icount" ] || machine+=(-icount "shift=$icount" -rtc clock=vm)
-[ -z "$gdb" ] || machine+=(-S -gdb "unix:$gdb,server=on,wait=off")
+[ -z "$gdb" ] ||
+	machine+=(${gdb_wait:+-S} -gdb "unix:$gdb,server=on,wait=off")
+if [ -n "$net" ]; then
+	machine+=(-netdev
+		"user,id=net,restrict=on,hostfwd=tcp:127.0.0.1:$net-:80"
+		-device "virtio-net-pci,netdev=net")
+	words+=" net"
+elif [ "$arch" != um ]; then
+	machine+=(-nic none)
+fi
 if [ -n "$share" ]; then
 	# A comma would end the name; it is said by two.
 	machine+=(-fsdev "local,id=share,path=${share//,/,,},security_model=none"
