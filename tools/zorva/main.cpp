@@ -7,6 +7,22 @@
 #include "command.h"
 #include "print.h"
 
+/*
+ * To set up the streams of the C++ library costs more than many an answer, and
+ * only the help is printed by them. Their header would set them up each time;
+ * here run() does, and they are declared as that header declares them.
+ */
+#define _GLIBCXX_IOSTREAM 1
+#include <istream>
+#include <ostream>
+namespace std
+{
+extern istream cin;
+extern ostream cout;
+extern ostream cerr;
+extern ostream clog;
+} // namespace std
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdlib>
@@ -118,19 +134,37 @@ int wrong_use(std::string_view text)
 	return exit_usage;
 }
 
-bool is_command_name(std::string_view name)
+const command *command_of(std::string_view name)
 {
 	for (const command *one : commands)
 		if (name == one->name)
-			return true;
-	return false;
+			return one;
+	return nullptr;
+}
+
+/*
+ * A command by itself has nothing to be taken apart, and on the board putting
+ * all of them together takes longer than many an answer.
+ */
+int run_alone(const command &one)
+{
+	common_options common;
+
+	common.sources.emplace_back();
+	look.colours = wants_colours("auto");
+	return one.run(common);
 }
 
 int run(int argc, char **argv)
 {
+	if (argc == 2)
+		if (const command *one = command_of(argv[1]))
+			if (!one->sources_min)
+				return run_alone(*one);
+
+	const std::ios_base::Init streams;
 	CLI::App app("What a running switch, or what was saved of one, has to say.",
 		     "zorva");
-	const std::string_view name = argc > 1 ? argv[1] : "";
 	chosen choice;
 
 	app.require_subcommand(1);
@@ -139,13 +173,8 @@ int run(int argc, char **argv)
 		std::string(
 			"Example:\n  zorva mem --by site --top 5 board.txt\n\n") +
 		sources_help + "\n" + status_help);
-	/*
-	 * The command alone that is named, if one is: on the board putting all
-	 * of them together takes longer than many an answer.
-	 */
 	for (const command *one : commands)
-		if (!is_command_name(name) || name == one->name)
-			add_command(app, *one, choice);
+		add_command(app, *one, choice);
 
 	try {
 		app.parse(argc, argv);

@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <charconv>
 #include <map>
-#include <unordered_map>
 #include <vector>
 
 namespace zorva
@@ -57,6 +56,38 @@ std::string place_of(const site &at)
 	return text;
 }
 
+/*
+ * The labels of what there is one of each, as texts. Of two that are the same
+ * the second has one more label.
+ */
+class label_texts {
+public:
+	std::string add(const std::vector<label> &labels)
+	{
+		std::string text;
+
+		for (const label &one : labels) {
+			if (!text.empty())
+				text += ',';
+			text += one.name;
+			text += '=';
+			append_quoted(text, one.value);
+		}
+
+		const unsigned copy = ++seen_[text];
+
+		if (copy > 1) {
+			text += ",copy=\"";
+			append_number(text, copy);
+			text += '"';
+		}
+		return text;
+	}
+
+private:
+	std::map<std::string, unsigned> seen_;
+};
+
 class exposition {
 public:
 	/* @unit: what the name ends with, or "" */
@@ -65,7 +96,6 @@ public:
 	{
 		name_ = name;
 		suffix_ = type == "counter" ? "_total" : "";
-		seen_.clear();
 		head("# TYPE ", type);
 		if (!unit.empty())
 			head("# UNIT ", unit);
@@ -73,30 +103,15 @@ public:
 	}
 
 	template <std::integral Number>
-	void sample(const std::vector<label> &labels, Number value)
+	void sample(std::string_view labels, Number value)
 	{
-		std::string key;
-
-		for (const label &one : labels) {
-			if (!key.empty())
-				key += ',';
-			key += one.name;
-			key += '=';
-			append_quoted(key, one.value);
-		}
-		if (!key.empty()) {
-			const unsigned copy = ++seen_[key];
-
-			if (copy > 1) {
-				key += ",copy=\"";
-				append_number(key, copy);
-				key += '"';
-			}
-		}
 		text_ += name_;
 		text_ += suffix_;
-		if (!key.empty())
-			text_ += '{' + key + '}';
+		if (!labels.empty()) {
+			text_ += '{';
+			text_ += labels;
+			text_ += '}';
+		}
 		text_ += ' ';
 		append_number(text_, value);
 		text_ += '\n';
@@ -120,7 +135,6 @@ private:
 
 	std::string text_;
 	std::string_view name_, suffix_;
-	std::unordered_map<std::string, unsigned> seen_;
 };
 
 void add_components(exposition &to, const model &from)
@@ -145,64 +159,76 @@ void add_components(exposition &to, const model &from)
 		  &component_usage::frees },
 	};
 
-	if (usage_of(from).empty())
+	const std::vector<component_usage> &components = usage_of(from);
+	std::vector<std::string> labels;
+	label_texts texts;
+
+	if (components.empty())
 		return;
+	for (const component_usage &its : components)
+		labels.push_back(
+			texts.add({ { "component", escaped(its.name) } }));
 	for (const auto &one : families) {
 		to.family(one.name, one.type, one.unit, one.help);
-		for (const component_usage &its : usage_of(from))
-			to.sample({ { "component", escaped(its.name) } },
-				  its.*one.figure);
+		for (size_t i = 0; i < components.size(); ++i)
+			to.sample(labels[i], components[i].*one.figure);
 	}
-}
-
-/* What tells a mutex from all others. */
-std::vector<label> labels_of(const lock &its)
-{
-	return { { "component", escaped(its.component) },
-		 { "mutex", escaped(its.name) },
-		 { "index", std::to_string(its.index.value_or(0)) } };
 }
 
 void add_mutexes(exposition &to, const model &from)
 {
-	const lock_report &report = best_locks(from, true);
+	struct held {
+		const lock_state *state;
+		std::string labels;
+	};
+	std::vector<held> all;
+	label_texts texts;
 
-	if (!report.state.present)
+	if (!best_locks(from, true).state.present)
 		return;
 
 	/* Who holds what, by the histories alone. */
 	const waits found = find_waits(from, {});
 
-	to.family("zorva_mutex_held_seconds", "gauge", "seconds",
-		  "For how long a mutex that is locked has been so.");
 	for (const lock_state &one : found.locks) {
 		const lock &its = *one.which;
 
-		if (!its.mutex || !its.taken || !one.taken || !found.now)
+		if (its.mutex && its.taken)
+			all.push_back(
+				{ &one,
+				  texts.add(
+					  { { "component",
+					      escaped(its.component) },
+					    { "mutex", escaped(its.name) },
+					    { "index",
+					      std::to_string(its.index.value_or(
+						      0)) } }) });
+	}
+	to.family("zorva_mutex_held_seconds", "gauge", "seconds",
+		  "For how long a mutex that is locked has been so.");
+	for (const held &one : all) {
+		const lock_call *const taken = one.state->taken;
+		std::string labels = one.labels + ",holder=";
+
+		if (!taken || !found.now)
 			continue;
-
-		std::vector<label> labels = labels_of(its);
-
-		labels.push_back({ "holder", escaped(its.locker_name) });
-		labels.push_back({ "taken_at", place_of(one.taken->from) });
+		append_quoted(labels, escaped(one.state->which->locker_name));
+		labels += ",taken_at=";
+		append_quoted(labels, place_of(taken->from));
 		to.sample(labels,
-			  *found.now - std::min(*found.now, one.taken->time));
+			  *found.now - std::min(*found.now, taken->time));
 	}
 	to.family("zorva_mutex_waiting", "gauge", "",
 		  "Takes of a locked mutex that still wait, of the last eight calls.");
-	for (const lock_state &one : found.locks) {
-		const lock &its = *one.which;
+	for (const held &one : all) {
+		const size_t open =
+			open_takes_of(*one.state->which, found.now).takes.size();
 
-		if (!its.mutex || !its.taken)
-			continue;
-
-		const size_t open = open_takes_of(its, found.now).takes.size();
-
-		to.sample(labels_of(its), open ? open - 1 : 0);
+		to.sample(one.labels, open ? open - 1 : 0);
 	}
 	to.family("zorva_deadlocks", "gauge", "",
 		  "Circles of threads that wait for each other, as the histories of the mutexes have it.");
-	to.sample({}, found.deadlocks.size());
+	to.sample("", found.deadlocks.size());
 }
 
 void add_queues(exposition &to, const model &from)
@@ -228,14 +254,19 @@ void add_queues(exposition &to, const model &from)
 		  } },
 	};
 
+	std::vector<std::string> labels;
+	label_texts texts;
+
 	if (!from.queues.state.present)
 		return;
+	for (const queue &its : queues)
+		labels.push_back(
+			texts.add({ { "component", escaped(its.component) },
+				    { "queue", escaped(its.name) } }));
 	for (const auto &one : families) {
 		to.family(one.name, "gauge", "", one.help);
-		for (const queue &its : queues)
-			to.sample({ { "component", escaped(its.component) },
-				    { "queue", escaped(its.name) } },
-				  one.figure(its));
+		for (size_t i = 0; i < queues.size(); ++i)
+			to.sample(labels[i], one.figure(queues[i]));
 	}
 }
 
@@ -243,6 +274,7 @@ void add_damage(exposition &to, const model &from)
 {
 	const memory_detail &of = from.blocks;
 	std::map<std::pair<uint16_t, uint32_t>, size_t> places;
+	label_texts torn, miscounted;
 
 	if (!of.state.present)
 		return;
@@ -251,20 +283,22 @@ void add_damage(exposition &to, const model &from)
 	to.family("zorva_torn_blocks", "gauge", "",
 		  "Damaged blocks, by who allocated them.");
 	for (const auto &[place, count] : places)
-		to.sample({ { "component",
-			      escaped(of.components[place.first].name) },
-			    { "allocated_at",
-			      place_of(of.sites[place.second]) } },
+		to.sample(torn.add(
+				  { { "component",
+				      escaped(of.components[place.first].name) },
+				    { "allocated_at",
+				      place_of(of.sites[place.second]) } }),
 			  count);
 	to.family("zorva_miscounted_blocks", "gauge", "",
 		  "Blocks that are counted and not listed: their headers were overwritten.");
 	for (const mismatch &one : find_mismatches(of))
-		to.sample({ { "component", escaped(one.component->name) } },
+		to.sample(miscounted.add({ { "component",
+					     escaped(one.component->name) } }),
 			  static_cast<int64_t>(one.component->delta) -
 				  static_cast<int64_t>(one.listed));
 	to.family("zorva_checked_blocks", "gauge", "",
 		  "Blocks that were looked at for damage.");
-	to.sample({}, of.blocks.size() + of.torn.size());
+	to.sample("", of.blocks.size() + of.torn.size());
 }
 
 } // namespace
@@ -277,7 +311,7 @@ std::string metrics_text(const reading &from, bool torn)
 	if (now.uptime_ms) {
 		to.family("zorva_uptime_seconds", "gauge", "seconds",
 			  "Time since the switch was started.");
-		to.sample({}, *now.uptime_ms / 1000);
+		to.sample("", *now.uptime_ms / 1000);
 	}
 	add_components(to, now);
 	add_mutexes(to, now);
@@ -286,7 +320,7 @@ std::string metrics_text(const reading &from, bool torn)
 		add_damage(to, now);
 	to.family("zorva_unreadable_lines", "gauge", "",
 		  "Lines of the reports that could not be read.");
-	to.sample({}, from.errors);
+	to.sample("", from.errors);
 	return to.end();
 }
 
