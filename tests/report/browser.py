@@ -152,10 +152,18 @@ class Browser:
                       **({"text": text} if text and kind == "keyDown"
                          else {}))
 
-    def picture(self, path):
-        """All of the page as a picture."""
-        data = self.call("Page.captureScreenshot", format="png",
-                         captureBeyondViewport=True)["data"]
+    def picture(self, path, first="body", last="body", margin=0):
+        """The page as a picture, from one element of it to another."""
+        top, bottom, width = self.ask(f"""[
+            document.querySelector({first!r}).getBoundingClientRect().top
+                + scrollY,
+            document.querySelector({last!r}).getBoundingClientRect().bottom
+                + scrollY,
+            document.documentElement.clientWidth]""")
+        data = self.call(
+            "Page.captureScreenshot", format="png", captureBeyondViewport=True,
+            clip={"x": 0, "y": max(top - margin, 0), "width": width,
+                  "height": bottom - top + 2 * margin, "scale": 1})["data"]
         pathlib.Path(path).write_bytes(base64.b64decode(data))
 
     def pages(self):

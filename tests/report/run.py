@@ -2,12 +2,13 @@
 # SPDX-License-Identifier: GPL-2.0
 """Looks at the page of zorva report as its reader does, in a real browser.
 
-usage: run.py ZORVA SAMPLES PICTURES [COUNTS]
+usage: run.py ZORVA SAMPLES PICTURES [COUNTS | --update]
 
   ZORVA     the inspector
   SAMPLES   tools/zorva/samples
   PICTURES  a directory: it gets what the browser has shown
   COUNTS    a file for "PASSED FAILED", the numbers of checks
+  --update  checks nothing, and makes the pictures of docs/ anew
 """
 import pathlib
 import subprocess
@@ -311,6 +312,21 @@ class Checks:
             assert self.shown.complaints, more
             assert self.shown.ask("document.title") != "owned"
 
+    def update(self):
+        """The pictures of the texts."""
+        docs = HERE.parent.parent / "docs"
+        with browser.Browser() as self.shown:
+            self.shown.look(width=820)
+            self.open(self.trouble)
+            self.shown.picture(docs / "report-page.png", "header",
+                               "#problems", 12)
+            self.shown.picture(docs / "report-memory.png", "#memory",
+                               "#memory svg.map", 12)
+            self.shown.look(width=360, dark=True)
+            self.open(self.trouble)
+            self.shown.picture(docs / "report-phone.png", "#waits",
+                               "#waits svg", 12)
+
     def run(self):
         """All of them. The numbers that passed and that failed."""
         passed = failed = 0
@@ -339,7 +355,11 @@ def main():
         print(__doc__.strip(), file=sys.stderr)
         return 0 if sys.argv[1:] in (["-h"], ["--help"]) else 2
     with tempfile.TemporaryDirectory() as work:
-        passed, failed = Checks(*sys.argv[1:4], work).run()
+        checks = Checks(*sys.argv[1:4], work)
+        if sys.argv[4:] == ["--update"]:
+            checks.update()
+            return 0
+        passed, failed = checks.run()
     print(f"report: {passed} passed, {failed} failed")
     if len(sys.argv) == 5:
         pathlib.Path(sys.argv[4]).write_text(f"{passed} {failed}\n",

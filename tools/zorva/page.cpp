@@ -646,12 +646,18 @@ std::string head_text(const model &now)
 	text += style_text;
 	text += "</style>\n</head>\n<body>\n<a class=\"skip\" href=\"#main\">To "
 		"the report</a>\n<header>\n<h1>Report of a switch</h1>\n";
+
+	/* Who compiled it, and with what, says little here. */
+	const std::string_view kernel =
+		std::string_view(now.kernel_version)
+			.substr(0, now.kernel_version.find(" ("));
+
 	if (const auto time = time_of(now))
 		text += fmt::format("<p class=\"when\">Taken {} after it was "
 				    "started{}{}.</p>\n",
 				    duration_text(*time),
-				    now.kernel_version.empty() ? "" : ", on ",
-				    html(now.kernel_version, 60));
+				    kernel.empty() ? "" : ", on ",
+				    html(kernel));
 	return text;
 }
 
