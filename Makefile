@@ -150,6 +150,12 @@ tools: ## the inspector: build/tools/zorva, and build/tools/board/zorva
 	@tools/zorva/man.sh build/tools/zorva build/tools/man
 	@ls -l build/tools/zorva build/tools/board/zorva
 
+.PHONY: debugger
+debugger: kernel ## build/tools/gdb: the reports of a halted kernel, by gdb
+	@target/install-deps.sh gdb
+	@$(with_kernel) target/tools.sh debugger
+	@ls -l build/tools/gdb
+
 .PHONY: tools-test
 tools-test: ## the tests of the inspector
 	@target/install-deps.sh tools
@@ -159,6 +165,27 @@ tools-test: ## the tests of the inspector
 tools-bench: tools kernel ## the inspector on a million blocks, and on the board
 	@tools/zorva/bench.py build/tools/zorva
 	@$(with_kernel) tools/zorva/bench_board.sh
+
+.PHONY: report-test
+report-test: ## the page of zorva report, as a browser shows it
+	@target/install-deps.sh tools report
+	@target/tools.sh desk
+	@tests/report/run.py build/tools/zorva tools/zorva/samples \
+		build/report $(REPORT_ARGS)
+
+.PHONY: fleet
+fleet: ## two boards in trouble, and a Prometheus that watches them
+	@target/install-deps.sh target tools fleet
+	@target/fleet.sh start
+
+.PHONY: fleet-stop
+fleet-stop: ## the end of these
+	@target/fleet.sh stop
+
+.PHONY: fleet-test
+fleet-test: ## alerts, metrics, a dead board: what the pages about them say
+	@target/install-deps.sh target tools gdb fleet
+	@tests/fleet/run.sh
 
 .PHONY: bench
 bench: kernel ## instructions of each call on the board, against limits

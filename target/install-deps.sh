@@ -24,6 +24,9 @@ usage: install-deps.sh GROUP...
   kernels   what the other kernels and architectures need
   bench     the chart of the instruction counts
   gdb       a debugger for the board
+  report    a browser, for the page of zorva report
+  fleet     Prometheus, and what reads its format; as every package with a
+            service, it may start one of its own on this machine
   docs      the site and the manual pages
   docs-test a browser and what looks at links
   install   what is installed on this machine: the library, the manual pages
@@ -88,6 +91,13 @@ for group in "$@"; do
 		;;
 	gdb)
 		packages+=(gdb-multiarch)
+		;;
+	report)
+		packages+=(python3 chromium fonts-dejavu-core)
+		;;
+	fleet)
+		packages+=(python3 prometheus python3-prometheus-client curl
+			procps)
 		;;
 	docs)
 		packages+=(python3 python3-sphinx python3-myst-parser furo

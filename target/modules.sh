@@ -20,6 +20,7 @@ usage: modules.sh PART...
   bench     the measurements
   soak      the soak of tests/soak
   gdb       what tests/gdb halts, and the types that the debugger needs
+  fleet     what ends a board of the fleet
 
 Everything has its debug information.
 
@@ -35,7 +36,7 @@ case ${1-} in
 esac
 for part in "$@"; do
 	case $part in
-	module | examples | tests | bench | soak | gdb) ;;
+	module | examples | tests | bench | soak | gdb | fleet) ;;
 	*)
 		usage >&2
 		exit 2
@@ -52,7 +53,8 @@ kernel=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" --print-dir)}
 kernel=$(cd "$kernel" && pwd)
 kernel_facts "$kernel"
 copy=$ZORVA_BUILD/target
-sources=(plat examples bench tests/target tests/soak tests/gdb tools/gdb)
+sources=(plat examples bench tests/target tests/soak tests/gdb tools/gdb
+	tests/fleet)
 
 build_lock
 
@@ -115,6 +117,7 @@ for part in "$@"; do
 	module) step "modules: zorva" kbuild plat/linux/zorva ;;
 	examples | bench) step "modules: $part" kbuild_user "$part" ;;
 	soak) step "modules: soak" kbuild_user tests/soak ;;
+	fleet) step "modules: fleet" kbuild tests/fleet ;;
 	gdb)
 		step "modules: gdb" kbuild_user tests/gdb
 		step "modules: types for gdb" kbuild tools/gdb

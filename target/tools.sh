@@ -10,12 +10,15 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: tools.sh desk | board | lines...
+usage: tools.sh desk | board | lines | debugger...
 
   desk   build/tools/zorva
   board  build/tools/board/zorva: static, stripped, for the board's processor
   lines  build/tools/board/modules.lines: the lines of what modules.sh has
          built, for the board; needs the desk's
+  debugger
+         build/tools/gdb: zorva-gdb.py, and beside it what it needs of the
+         board's kernel and of the module that modules.sh builds
 END
 }
 
@@ -31,7 +34,7 @@ case ${1-} in
 esac
 for part in "$@"; do
 	case $part in
-	desk | board | lines) ;;
+	desk | board | lines | debugger) ;;
 	*)
 		usage >&2
 		exit 2
@@ -81,6 +84,16 @@ build_lines()
 	mv "$tools/board/modules.lines.new" "$tools/board/modules.lines"
 }
 
+gather_debugger()
+{
+	local built=$ZORVA_BUILD/target
+
+	mkdir -p "$tools/gdb"
+	cp "$ZORVA_ROOT/tools/gdb/zorva-gdb.py" \
+		"$built/plat/linux/zorva/zorva.ko" \
+		"$built/tools/gdb/types.o" "$tools/gdb"
+}
+
 build_lock
 mkdir -p "$tools/board"
 for part in "$@"; do
@@ -91,5 +104,9 @@ for part in "$@"; do
 		step "tools: the board's" build_board
 		;;
 	lines) step "tools: the lines of the modules" build_lines ;;
+	debugger)
+		"$ZORVA_ROOT/target/modules.sh" module gdb
+		step "tools: the debugger's" gather_debugger
+		;;
 	esac
 done

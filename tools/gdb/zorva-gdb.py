@@ -592,8 +592,8 @@ class ZorvaReports(gdb.Command):
 zorva-reports DIR [--module zorva.ko] [--types types.o]
 
 DIR is made where it is not there. zorva.ko is the very build that runs, with
-its debug information; types.o comes from "make tools" and belongs to the
-kernel's configuration. Both are looked for beside this script."""
+its debug information; types.o belongs to the kernel's configuration. Both are
+looked for beside this script; "make debugger" puts them there."""
 
     def __init__(self):
         super().__init__("zorva-reports", gdb.COMMAND_DATA,
