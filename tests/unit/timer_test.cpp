@@ -445,6 +445,21 @@ TYPED_TEST(Timer, KeepsThe15FirstCharactersOfTheFileThatStartedIt)
 	EXPECT_STREQ(this->newest()->startFile, "ifteen-charac.c");
 }
 
+TYPED_TEST(Timer, IsStartedUnderOneLockUnlessItsFileIsNotAtAWord)
+{
+	const u32 id = this->make();
+	alignas(4) const char file[] = "file.c";
+
+	for (u32 i = 0; i < 4; ++i) {
+		const size_t taken = fake::spin_locks_taken();
+
+		EXPECT_EQ(this->start(id, 100, file + i), ok);
+
+		EXPECT_EQ(fake::spin_locks_taken() - taken, i ? 2u : 1u) << i;
+		this->stop(id);
+	}
+}
+
 TYPED_TEST(Timer, GoesOnAsItWasWhenStartedTwice)
 {
 	const u32 id = this->make();
