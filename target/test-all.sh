@@ -125,7 +125,7 @@ run console tools/zorva/check_console.sh "$ZORVA_LOGS/run-console.log"
 # shellcheck disable=SC2016 # the counts, for the inner shell
 if [ -n "$slow" ]; then
 	run_slow docs 80 bash -c 'docs/site/build.sh && docs/site/test.sh "$0"'
-	run_slow install 60 tests/packaging/install.sh
+	run_slow install 120 tests/packaging/install.sh
 	if [ "$(id -u)" -eq 0 ]; then
 		run_slow deb 560 bash -c 'packaging/deb.sh &&
 			tests/packaging/deb.sh "$0"'
