@@ -13,10 +13,13 @@ here=$(cd "$(dirname "$0")" && pwd)
 usage()
 {
 	cat <<END
-usage: run.sh [--update]
+usage: run.sh [--update | --latency]
 
-  --update  replace the picture, the numbers and their tables in docs/, too,
-            unless it fails
+  --update   replace the picture, the numbers and their tables in docs/, too,
+             unless it fails
+  --latency  only print the longest times with interrupts and with preemption
+             off that the kernel's own tracers see while the longest reports are
+             read; for a kernel with target/kernel/latency.config
 
 Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
 CROSS_COMPILE, ZORVA_CACHE, BENCH_ICOUNT (0: the figures repeat exactly; 4 is
@@ -25,7 +28,7 @@ END
 }
 
 case ${1-} in
-'' | --update) ;;
+'' | --update | --latency) ;;
 -h | --help)
 	usage
 	exit
@@ -78,6 +81,29 @@ measure()
 	! grep 'bench: error: ' "$out/$name.log" >&2 ||
 		die "not measured as it should be: $out/$name.log"
 }
+
+# longest TRACER WHAT: what the kernel's tracer has seen at most.
+longest()
+{
+	cat >"$out/scenario-$1" <<END
+#!/bin/sh
+cd /sys/kernel/debug/tracing && insmod /lib/modules/zorva/zorva.ko || exit
+echo "$1" >current_tracer && echo 0 >tracing_max_latency || exit
+insmod /lib/modules/zorva/zorva_bench.ko only_longest=1 || exit
+echo "bench: longest_$1 \$(cat tracing_max_latency) 0"
+END
+	chmod +x "$out/scenario-$1"
+	measure "$1" "$out/scenario-$1"
+	awk -v what="$2" -v icount="${BENCH_ICOUNT:-0}" '/^longest_/ {
+		printf "bench: %s off for %d instructions at most (%d us)\n",
+			what, $2 * 1000 / 2 ^ icount, $2
+	}' "$out/$1.rows"
+}
+if [ "${1-}" = --latency ]; then
+	longest irqsoff interrupts
+	longest preemptoff preemption
+	exit
+fi
 
 measure counts "$out/scenario"
 # The kernel's own debugging of its heap, for comparison.

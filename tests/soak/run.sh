@@ -85,6 +85,27 @@ insmod "\$modules/zorva.ko" || exit
 	echo "soak: the user has read \$reads reports"
 	touch /tmp/read
 ) &
+# The kernel's own tracers, where it has them, in turns.
+(
+	cd /sys/kernel/debug/tracing 2>/dev/null || exit
+	for tracer in irqsoff preemptoff; do
+		grep -qw "\$tracer" available_tracers || exit
+		echo 0 >"/tmp/\$tracer"
+	done
+	while [ ! -f /tmp/over ]; do
+		for tracer in irqsoff preemptoff; do
+			echo "\$tracer" >current_tracer
+			echo 0 >tracing_max_latency
+			sleep 2
+			longest=\$(cat tracing_max_latency)
+			[ "\$longest" -le "\$(cat "/tmp/\$tracer")" ] ||
+				echo "\$longest" >"/tmp/\$tracer"
+		done
+	done
+	for tracer in irqsoff preemptoff; do
+		echo "soak: \$tracer: \$(cat "/tmp/\$tracer") us at most"
+	done
+) &
 insmod "\$modules/zorva_soak.ko" seed=$seed seconds=$seconds || exit
 touch /tmp/over
 wait
