@@ -147,14 +147,15 @@ check_headers()
 {
 	local header std language bad=0
 
-	for header in "$include"/zorva/*.h plat/host/include/zorva/host.h; do
+	for header in "$include"/zorva/*.h \
+		plat/host/include/zorva/{host,host_thread}.h; do
 		for std in gnu89 c11 gnu++11 gnu++20; do
 			language=c
 			[[ $std != *++* ]] || language=c++
 			echo "#include <zorva/${header##*/}>" |
 				gcc -x "$language" -std="$std" -Wall -Wextra \
-					-Werror -fsyntax-only -I"$include" \
-					-Iplat/host/include - ||
+					-Werror -fsyntax-only \
+					-I"${header%/zorva/*}" -I"$include" - ||
 				{ echo "$header: not as $std" && bad=1; }
 		done
 	done
@@ -167,10 +168,10 @@ check_docs()
 {
 	sed -nE 's/^EXPORT_SYMBOL(_GPL)?\((\w+)\);$/\2/p' "$module/zk.c" |
 		awk -f tests/kernel-doc.awk - "$include"/zorva/*.h | none
-	grep -ohE '^[a-z].*zorva_host_\w+\(' plat/host/life.cpp |
-		grep -oE 'zorva_host_\w+' | sort -u |
-		awk -f tests/kernel-doc.awk - plat/host/include/zorva/host.h |
-		none
+	grep -ohE '^[a-z].*zorva_(host_\w+|thread_wait)\(' plat/host/*.cpp |
+		grep -oE 'zorva_(host|thread)_\w+' | sort -u |
+		awk -f tests/kernel-doc.awk - \
+			plat/host/include/zorva/{host,host_thread}.h | none
 }
 
 # A link of a text to a file is to one that is there.

@@ -19,11 +19,12 @@
 
 static link_read_fn read_links;
 static zorva_atomic_t ends;
-static zorva_atomic_t running;
 
 static u32 poll_timer;
 static u32 poll_wait;
+static u32 poll_thread;
 static zorva_event_t *changes;
+static u32 monitor_thread;
 
 static zorva_mutex_t *links_lock;
 static u32 links_up;
@@ -47,14 +48,13 @@ static void poll(void *unused)
 	for (;;) {
 		zorva_wait_event(OWNER, poll_wait);
 		if (zorva_atomic_read(&ends))
-			break;
+			return;
 		now = read_links();
 		changed[0] = before ^ now;
 		if (changed[0])
 			zorva_event_set(OWNER, changes, changed);
 		before = now;
 	}
-	zorva_atomic_dec_return(&running);
 }
 
 static void account(u32 changed)
@@ -79,11 +79,8 @@ static void monitor(void *unused)
 	(void)unused;
 	for (;;) {
 		zorva_event_wait(OWNER, changes, changed, ZORVA_WAIT_FOREVER);
-		if (zorva_atomic_read(&ends))
-			break;
 		account(changed[0]);
 	}
-	zorva_atomic_dec_return(&running);
 }
 
 u32 link_losses(u32 port)
@@ -108,25 +105,22 @@ u32 link_ports_up(void)
 	return count;
 }
 
-/* The threads end by the flag; each is woken to look at it. */
-static void stop_threads(void)
+static void poll_stop(void)
+{
+	zorva_atomic_set(&ends, 1);
+	zorva_timer_stop(OWNER, &poll_timer);
+	zorva_wake_up(OWNER, poll_wait);
+	zorva_thread_wait(poll_thread);
+}
+
+/* The signal does not end the wait; an event, which may be empty, does. */
+static void monitor_stop(void)
 {
 	static const u32 nothing[2];
 
-	zorva_atomic_set(&ends, 1);
-	zorva_wake_up(OWNER, poll_wait);
+	zorva_thread_destroy(OWNER, monitor_thread);
 	zorva_event_set(OWNER, changes, nothing);
-	while (zorva_atomic_read(&running) > 0)
-		zorva_time_usleep(20000);
-}
-
-static int start_thread(const char *name, void (*entry)(void *unused))
-{
-	zorva_atomic_inc(&running);
-	if (zorva_thread_create(OWNER, name, 0, 100, entry, NULL))
-		return 0;
-	zorva_atomic_dec_return(&running);
-	return -1;
+	zorva_thread_wait(monitor_thread);
 }
 
 static void free_all(void)
@@ -146,7 +140,6 @@ int link_start(link_read_fn read)
 	read_links = read;
 	links_up = 0;
 	zorva_atomic_set(&ends, 0);
-	zorva_atomic_set(&running, 0);
 	if (zorva_wait_module_create(OWNER, &poll_wait))
 		return -1;
 	changes = zorva_event_create(OWNER, "link-change");
@@ -155,15 +148,25 @@ int link_start(link_read_fn read)
 	losses = zorva_malloc(OWNER, PORTS * sizeof(*losses));
 	if (!changes || !links_lock || !losses_lock || !losses)
 		goto none;
-	if (start_thread("link-monitor", monitor) ||
-	    start_thread("link-poll", poll) ||
-	    zorva_timer_init(OWNER, &poll_timer, poll_expired, poll_wait)) {
-		stop_threads();
+	monitor_thread = zorva_thread_create(OWNER, "link-monitor", 0, 100,
+					     monitor, NULL);
+	if (!monitor_thread)
 		goto none;
-	}
+	poll_thread =
+		zorva_thread_create(OWNER, "link-poll", 0, 100, poll, NULL);
+	if (!poll_thread)
+		goto no_poll;
+	if (zorva_timer_init(OWNER, &poll_timer, poll_expired, poll_wait))
+		goto no_timer;
 	zorva_timer_start(OWNER, &poll_timer, POLL_MSECS);
 	return 0;
 
+no_timer:
+	zorva_atomic_set(&ends, 1);
+	zorva_wake_up(OWNER, poll_wait);
+	zorva_thread_wait(poll_thread);
+no_poll:
+	monitor_stop();
 none:
 	free_all();
 	return -1;
@@ -171,8 +174,7 @@ none:
 
 void link_stop(void)
 {
-	zorva_atomic_set(&ends, 1);
-	zorva_timer_stop(OWNER, &poll_timer);
-	stop_threads();
+	poll_stop();
+	monitor_stop();
 	free_all();
 }

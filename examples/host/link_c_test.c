@@ -14,13 +14,6 @@ static u32 read_chip(void)
 	return chip;
 }
 
-/* The threads have said that they end; they still have to. */
-static void stop(void)
-{
-	link_stop();
-	zorva_host_settle();
-}
-
 static void counts_losses(void *unused)
 {
 	(void)unused;
@@ -34,7 +27,7 @@ static void counts_losses(void *unused)
 	ZORVA_HOST_CHECK(link_ports_up() == 1);
 	ZORVA_HOST_CHECK(link_losses(5) == 1);
 	ZORVA_HOST_CHECK(link_losses(7) == 0);
-	stop();
+	link_stop();
 }
 
 /* A reader of its own, beside the two threads. */
@@ -63,7 +56,7 @@ static void is_asked_meanwhile(void *unused)
 	chip = 0;
 	while (!zorva_atomic_read(&done))
 		zorva_host_sleep(100000);
-	stop();
+	link_stop();
 }
 
 static void bears_lack_of_memory(void *unused)
@@ -71,7 +64,7 @@ static void bears_lack_of_memory(void *unused)
 	(void)unused;
 	chip = 0;
 	if (!link_start(read_chip))
-		stop();
+		link_stop();
 }
 
 int main(void)

@@ -16,13 +16,6 @@ u32 read_chip()
 	return chip;
 }
 
-/* The threads have said that they end; they still have to. */
-void stop()
-{
-	link_stop();
-	zorva_host_settle();
-}
-
 } // namespace
 
 TEST(Link, CountsThePortsThatAreUp)
@@ -34,7 +27,7 @@ TEST(Link, CountsThePortsThatAreUp)
 
 		EXPECT_EQ(link_ports_up(), 2u);
 
-		stop();
+		link_stop();
 	});
 }
 
@@ -49,7 +42,7 @@ TEST(Link, CountsEachLossOnceInEveryOrder)
 
 		EXPECT_EQ(link_losses(1), 1u);
 
-		stop();
+		link_stop();
 	});
 }
 
@@ -57,6 +50,6 @@ TEST(Link, BearsTheLackOfMemory)
 {
 	zorva::host::sweep([] {
 		if (!link_start(read_chip))
-			stop();
+			link_stop();
 	});
 }

@@ -5,8 +5,8 @@
 # Writes, for each function that the public headers declare, one of the same
 # name that tells the host of the call and then calls the module's own, which
 # was renamed to zorva_module_<name>. With -v names=1 it writes the pairs of
-# names for objcopy instead. Functions with a variable list of arguments, and
-# the one that the host has itself, are left alone.
+# names for objcopy instead. Functions that the host has itself, among them
+# those with a variable list of arguments, are only renamed.
 
 function trimmed(text)
 {
@@ -33,15 +33,14 @@ function entry(text,    name, list, i, c, depth, part, args, file, line,
 {
 	gsub(/[ \t]+/, " ", text)
 	text = trimmed(text)
-	if (text ~ /^typedef|\.\.\.|__attribute__/ ||
-	    !match(text, /zorva_[a-z0-9_]+\(/))
+	if (text ~ /^typedef/ || !match(text, /zorva_[a-z0-9_]+\(/))
 		return
 	name = substr(text, RSTART, RLENGTH - 1)
 	if (names) {
 		print name " zorva_module_" name
 		return
 	}
-	if (name == "zorva_debug_pr_fn_register")
+	if (name == "zorva_debug_pr_fn_register" || text ~ /\.\.\./)
 		return
 
 	list = substr(text, RSTART + RLENGTH)
@@ -66,6 +65,10 @@ function entry(text,    name, list, i, c, depth, part, args, file, line,
 				line = "line"
 			if (part ~ /^(zorva_(mutex|sem|event|msg_queue)_t|struct notifier_block) \*/)
 				object = "object_of(" each ")"
+			if (part == "void *ptr")
+				object = "object_of(ptr)"
+			if (part == "void **pptr")
+				object = "object_of(pptr ? *pptr : nullptr)"
 			if (part == "u32 waitId")
 				object = "wait_of(waitId)"
 			part = ""

@@ -7,6 +7,8 @@
 
 #include "zorva/zorva.h"
 
+#include <initializer_list>
+
 namespace host
 {
 
@@ -49,8 +51,19 @@ void fail_at(const fake::firmware_call &where, const std::string &what);
 /* The same with the text as it is. */
 void fail_by(const fake::firmware_call &where, const std::string &text);
 
+/* The same of a call outside of any life, where nothing can go on. */
+[[noreturn]] void fail_outside(const fake::firmware_call &where);
+
 /* True inside of the firmware's debug-print function. */
 bool is_printing();
+/* No function of the firmware's yet, and no reports. */
+void print_anew();
+
+/* One of the rules that zorva_host_allow() names. */
+bool allows(u32 what);
+/* Why the caller may not sleep, "in an interrupt"; null when it may. */
+const char *what_forbids_sleep();
+bool begins_with(const char *text, std::initializer_list<const char *> heads);
 
 /* "link.c:40", by the call's own words or by its return address. */
 std::string place_of(const fake::firmware_call &call);
@@ -58,9 +71,6 @@ std::string place_of(const fake::firmware_call &call);
 std::string text_of(const fake::firmware_call &call);
 /* "mutex 'fdb'"; "" for what has no name. */
 std::string name_of(const fake::firmware_call &call);
-
-/* The module's own data, as it was before its first life. */
-void restore_module();
 
 /* What the life has left. */
 struct leftover {
@@ -70,6 +80,8 @@ struct leftover {
 std::vector<leftover> leftovers();
 /* A thread must not end with a mutex. */
 void check_end_of(const task_struct *task);
+/* "thread 'rx' (101) holds, taken at link.c:40", or "nobody holds". */
+std::string holder_text(object mutex);
 /* Fails the test: who waits for what, and who has it. */
 void tell_of_deadlock(const std::string &states);
 

@@ -149,9 +149,30 @@ void check_end_of(const task_struct *task)
 {
 	const std::string held = what_it_holds(task);
 
-	if (!held.empty())
-		fail_by(task->taken_at.back(),
-			thread_text(task) + " has ended and holds " + held);
+	if (held.empty())
+		return;
+
+	const std::string where =
+		task->calling.empty() ? ""
+				      : " in " + text_of(task->calling.front());
+
+	fail_by(task->taken_at.back(), thread_text(task) + " has ended" +
+					       where + " and holds " + held);
+}
+
+std::string holder_text(object mutex)
+{
+	const void *const lock =
+		&static_cast<const zorva_mutex *>(mutex)->mutex;
+	const task_struct *const task = fake::holder_of(lock);
+
+	if (!task)
+		return "nobody holds";
+	for (size_t i = task->taken.size(); i--;)
+		if (task->taken[i] == lock)
+			return thread_text(task) + " holds, taken at " +
+			       place_of(task->taken_at[i]);
+	return "";
 }
 
 /*

@@ -17,16 +17,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-extern "C" {
-/* Around the module's data, by the linker; none where that was not set apart. */
-[[gnu::weak, gnu::visibility("hidden")]] extern char __start_zorva_host_data[];
-[[gnu::weak, gnu::visibility("hidden")]] extern char __stop_zorva_host_data[];
-[[gnu::weak, gnu::visibility("hidden")]] extern char __start_zorva_host_bss[];
-[[gnu::weak, gnu::visibility("hidden")]] extern char __stop_zorva_host_bss[];
-
-decltype(zorva_debug_pr_fn_register) zorva_module_zorva_debug_pr_fn_register;
-}
-
 namespace
 {
 
@@ -41,46 +31,9 @@ u32 failures;	     /* of this life */
 u64 failed_seed;
 bool refused; /* an allocation of the last life */
 s64 time_limit = 600 * nsecs_per_sec;
+u32 allowed; /* a bit for each rule that is not looked at */
 zorva_host_failure_fn failure_fn;
 int (*check_fn)(void);
-
-sys_dbg_pr_fn_t debug_print;
-std::string reported;
-bool printing;
-
-/* What is copied lies between other objects, which the sanitizer watches. */
-__attribute__((no_sanitize("address"))) void
-copy(volatile char *to, const volatile char *from, size_t count)
-{
-	using word = unsigned long;
-
-	for (; count >= sizeof(word); count -= sizeof(word)) {
-		*reinterpret_cast<volatile word *>(to) =
-			*reinterpret_cast<const volatile word *>(from);
-		to += sizeof(word);
-		from += sizeof(word);
-	}
-	while (count--)
-		*to++ = *from++;
-}
-
-struct section {
-	char *begin;
-	char *end;
-	std::vector<char> first;
-
-	void restore()
-	{
-		const size_t size = end - begin;
-
-		if (first.size() == size) {
-			copy(begin, first.data(), size);
-		} else {
-			first.resize(size);
-			copy(first.data(), begin, size);
-		}
-	}
-};
 
 /* Splits "file:line" again; "" and 0 when it is none. */
 void tell(const std::string &place, const std::string &text)
@@ -133,29 +86,6 @@ void end_process()
 	abort();
 }
 
-/* The module's own reports: kept, and handed on to the firmware's function. */
-void print_report(u32 compId, s32 unit, u32 level, const char *file,
-		  const char *func, s32 line, const char *format, ...)
-{
-	va_list args;
-
-	va_start(args, format);
-	const char *const text = va_arg(args, const char *);
-	va_end(args);
-
-	reported += fake::format("%u %s: %s\n", level, func, text);
-	if (!debug_print)
-		return;
-	if (printing) {
-		host::fail(
-			"calls zorva with a wrong argument in the debug-print function: that reports without end");
-		return;
-	}
-	printing = true;
-	debug_print(compId, unit, level, file, func, line, format, text);
-	printing = false;
-}
-
 /* Whatever it has left was told of at its end. */
 void forget_life()
 {
@@ -171,14 +101,11 @@ void load()
 	fake::on_deadlock(host::tell_of_deadlock);
 	fake::on_task_end(host::check_end_of);
 	forget_life();
-	host::restore_module();
-	debug_print = nullptr;
-	reported.clear();
-	printing = false;
+	fake::restore_module();
 	failures = 0;
 	alive = true;
 	zorva_init();
-	zorva_module_zorva_debug_pr_fn_register(print_report);
+	host::print_anew();
 	fake::fail_allocation(0);
 	fake::set_time_limit(time_limit);
 }
@@ -268,9 +195,9 @@ bool is_alive()
 	return alive;
 }
 
-bool is_printing()
+bool allows(u32 what)
 {
-	return printing;
+	return allowed & what;
 }
 
 void fail_at(const fake::firmware_call &where, const std::string &what)
@@ -286,6 +213,12 @@ void fail_at(const fake::firmware_call &where, const std::string &what)
 	fail_by(where, text);
 }
 
+void fail_outside(const fake::firmware_call &where)
+{
+	fail_at(where, "is called before zorva_host_begin() or after its end");
+	abort();
+}
+
 void fail_by(const fake::firmware_call &where, const std::string &text)
 {
 	tell(where.function ? place_of(where) : "", text);
@@ -295,19 +228,6 @@ void fail_by(const fake::firmware_call &where, const std::string &text)
 void fail(const std::string &what)
 {
 	fail_at(fake::current_call(), what);
-}
-
-void restore_module()
-{
-	static section data = { __start_zorva_host_data,
-				__stop_zorva_host_data,
-				{} };
-	static section bss = { __start_zorva_host_bss,
-			       __stop_zorva_host_bss,
-			       {} };
-
-	data.restore();
-	bss.restore();
 }
 
 } // namespace host
@@ -363,6 +283,11 @@ void zorva_host_time_limit(u32 secs)
 	time_limit = secs ? secs * nsecs_per_sec : LLONG_MAX;
 }
 
+void zorva_host_allow(u32 rules)
+{
+	allowed = rules;
+}
+
 u32 zorva_host_repeat(void (*test)(void *argument), void *argument, u64 seed,
 		      u32 places)
 {
@@ -407,11 +332,6 @@ u64 zorva_host_failed_seed(void)
 	return failed_seed;
 }
 
-void zorva_host_fail_allocation(u32 nth)
-{
-	fake::fail_allocation(nth);
-}
-
 u32 zorva_host_sweep(void (*test)(void *argument), void *argument)
 {
 	refuse_a_life_within_another(__func__);
@@ -424,97 +344,4 @@ u32 zorva_host_sweep(void (*test)(void *argument), void *argument)
 		if (!refused)
 			return 0;
 	}
-}
-
-void zorva_host_pass_time(u64 usecs)
-{
-	fake::advance(usecs * 1000);
-}
-
-void zorva_host_sleep(u64 usecs)
-{
-	fake::sleep_for(usecs * 1000);
-}
-
-void zorva_host_settle(void)
-{
-	fake::might_sleep("zorva_host_settle");
-	fake::run_others();
-}
-
-u64 zorva_host_now(void)
-{
-	return fake::now() / 1000;
-}
-
-void zorva_host_hard_interrupt(void (*fn)(void *argument), void *argument)
-{
-	if (fake::current_context().interrupts_off)
-		host::fail("zorva_host_hard_interrupt: interrupts are off");
-
-	const fake::hard_interrupt interrupt;
-
-	fn(argument);
-}
-
-void zorva_host_soft_interrupt(void (*fn)(void *argument), void *argument)
-{
-	if (fake::current_context().in_interrupt)
-		host::fail("zorva_host_soft_interrupt: in an interrupt");
-
-	const fake::soft_interrupt interrupt;
-
-	fn(argument);
-}
-
-void zorva_host_without_interrupts(void (*fn)(void *argument), void *argument)
-{
-	const fake::interrupts_off off;
-
-	fn(argument);
-}
-
-int zorva_host_network_event(unsigned long event, void *data)
-{
-	return fake::raise_netevent(event, data);
-}
-
-int zorva_host_thread_has_ended(u32 pid)
-{
-	return fake::has_ended(pid);
-}
-
-const char *zorva_host_report(const char *name)
-{
-	static std::string text;
-	const std::string path = std::string("zorva/") + name;
-
-	if (fake::proc_file(path).error())
-		return nullptr;
-	text = fake::read_report(path);
-	return text.c_str();
-}
-
-const char *zorva_host_reports(void)
-{
-	return reported.c_str();
-}
-
-const char *zorva_host_log(void)
-{
-	static std::string text;
-
-	text = fake::log_text();
-	return text.c_str();
-}
-
-/* The first function stays, as it does with the module itself. */
-u32 zorva_debug_pr_fn_register(sys_dbg_pr_fn_t fn)
-{
-	const host::entry here(__func__, __builtin_return_address(0), nullptr,
-			       0, host::nothing);
-
-	if (!debug_print)
-		debug_print = fn;
-	return ZORVA_RC_OK;
 }

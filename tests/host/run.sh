@@ -72,34 +72,61 @@ from_installed()
 			--no-tests=error
 }
 
-# by_pkg_config WIDTH: the plain C test, without CMake
+# as_32 COMMAND...: what CMake compiles there is 32-bit code
+as_32()
+{
+	CFLAGS=-m32 CXXFLAGS=-m32 "$@"
+}
+
+# without_gtest SOURCE NAME: there is none for 32-bit code
+without_gtest()
+{
+	from_installed "$@" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
+}
+
+# flags PACKAGE WIDTH: by pkg-config
+flags()
+{
+	PKG_CONFIG_PATH=$(dirname "$(find "$installed" -name "$1.pc")") \
+		pkg-config --define-variable=width="$2" --cflags --libs "$1"
+}
+
+# by_pkg_config PACKAGE WIDTH: the plain C test, without CMake
 by_pkg_config()
 {
-	local width=$1 flags
+	local program=$build/link_$1_$2
 
-	flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$installed" \
-		-name zorva-host.pc)") pkg-config --define-variable=width="$width" \
-		--cflags --libs zorva-host)
-	# shellcheck disable=SC2086
-	gcc -g -m"$width" "$root"/examples/host/link.c \
-		"$root"/examples/host/link_c_test.c $flags \
-		-o "$build/link_$width" && "$build/link_$width"
+	# shellcheck disable=SC2046
+	gcc -g -m"$2" "$root"/examples/host/link.c \
+		"$root"/examples/host/link_c_test.c $(flags "$1" "$2") \
+		-o "$program" && "$program"
+}
+
+# Each call in each context that docs/contexts.md has a "no" for was made there
+# and told of.
+documented()
+{
+	{
+		cat "$build/renamed"
+		echo zorva_thread_wait
+	} | awk -f "$root/tests/host/contexts.awk" - "$root/docs/contexts.md" |
+		sort >"$build/documented"
+	test -s "$build/documented" || return
+	"$build/tests/contexts_test" | sort >"$build/told"
+	comm -23 "$build/documented" "$build/told" >"$build/missing"
+	! grep . "$build/missing"
 }
 
 # The program that the page shows: what is indented, from its first #include on.
 listing()
 {
-	local flags
-
 	awk '/^## /{ on = 0 } /^## A first test/{ on = 1 }
 		on && /^    #include/{ code = 1 }
 		code && /^[^ ]/{ exit }
 		code{ print substr($0, 5) }' "$root/docs/host.md" \
 		>"$build/listing.c"
-	flags=$(PKG_CONFIG_PATH=$(dirname "$(find "$installed" \
-		-name zorva-host.pc)") pkg-config --cflags --libs zorva-host)
-	# shellcheck disable=SC2086
-	gcc -g -Wall "$build/listing.c" $flags -o "$build/listing" &&
+	# shellcheck disable=SC2046
+	gcc -g -Wall "$build/listing.c" $(flags zorva-host 64) -o "$build/listing" &&
 		"$build/listing" | grep -x passed
 }
 
@@ -118,9 +145,8 @@ planted()
 		echo "nothing was planted"
 		return 1
 	}
-	from_installed "$build/planted/$name" "planted_$name" \
-		-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON >"$log.planted" 2>&1 ||
-		status=$?
+	without_gtest "$build/planted/$name" "planted_$name" \
+		>"$log.planted" 2>&1 || status=$?
 	cat "$log.planted"
 	[ "$status" -ne 0 ] && grep -Eq "$text" "$log.planted"
 }
@@ -141,10 +167,17 @@ grep -A3 'warning:' "$log" >&2 || true
 echo "host: library built ($((SECONDS - start)) s)"
 
 check "rules and orders" from_installed "$root/tests/host" tests
+check "table of docs/contexts.md" documented
 check "example" from_installed "$root/examples/host" example
-check "example without CMake" by_pkg_config 64
+check "example without CMake" by_pkg_config zorva-host 64
+check "example without CMake, watched" by_pkg_config zorva-host-asan 64
 if [[ ${HOST_WIDTHS:-64;32} == *32* ]]; then
-	check "example as 32-bit code" by_pkg_config 32
+	check "rules and orders as 32-bit code" \
+		as_32 from_installed "$root/tests/host" tests_32
+	check "example as 32-bit code" \
+		as_32 without_gtest "$root/examples/host" example_32
+	check "example as 32-bit code without CMake" \
+		by_pkg_config zorva-host 32
 fi
 check "listing of docs/host.md" listing
 check "planted deadlock" planted deadlock \

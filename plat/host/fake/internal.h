@@ -24,6 +24,12 @@ void might_sleep(const char *caller);
 void forsake();
 bool is_forsaken();
 
+/*
+ * Puts the module's data back as they were at the first call; false where they
+ * were not set apart when the module was linked.
+ */
+bool restore_module();
+
 /* Tells whether nothing forbids the caller to sleep. */
 bool current_context_may_sleep();
 

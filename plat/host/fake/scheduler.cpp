@@ -34,7 +34,7 @@ u64 chance;
 u32 period; /* of chances to give way, on average */
 bool in_kernel_calls;
 bool time_passes;
-u64 preemptions;
+u64 decided; /* or could be, of the order */
 
 /* The main task is made anew; it is the one that runs this. */
 const fake::at_restart start_over([] {
@@ -50,6 +50,7 @@ const fake::at_restart start_over([] {
 	exit_codes.clear();
 	last_pid = fake::main_pid - 1;
 	period = 0;
+	decided = 0;
 });
 
 /* Small, and good enough to choose by: a step of splitmix64. */
@@ -108,6 +109,9 @@ task_struct *next_task()
 
 	const auto chosen =
 		ready.begin() + (period ? next_chance() % ready.size() : 0);
+
+	decided += ready.size() > 1;
+
 	task_struct *const next = *chosen;
 
 	ready.erase(chosen);
@@ -247,7 +251,7 @@ void set_order(u64 seed, u32 mean_period, bool also_in_kernel_calls)
 	period = mean_period;
 	in_kernel_calls = also_in_kernel_calls;
 	time_passes = false;
-	preemptions = 0;
+	decided = 0;
 }
 
 void let_time_pass(bool may_pass)
@@ -258,9 +262,10 @@ void let_time_pass(bool may_pass)
 /* Whatever the task is about to wait for, it has not given way itself. */
 void may_switch(switch_point where)
 {
-	if (!period ||
-	    (where == switch_point::kernel_call && !in_kernel_calls) ||
-	    !owner || !owner->on_cpu || !current_context_may_sleep())
+	if (!owner || !owner->on_cpu || !current_context_may_sleep())
+		return;
+	decided += !ready.empty();
+	if (!period || (where == switch_point::kernel_call && !in_kernel_calls))
 		return;
 	if (time_passes && where == switch_point::firmware_call &&
 	    !(next_chance() % (4 * period)))
@@ -270,7 +275,6 @@ void may_switch(switch_point where)
 
 	task_struct *const self = owner;
 
-	++preemptions;
 	self->on_cpu = false;
 	self->preempted = true;
 
@@ -280,9 +284,9 @@ void may_switch(switch_point where)
 	switch_to(next);
 }
 
-u64 preemption_count()
+u64 choices()
 {
-	return preemptions;
+	return decided;
 }
 
 /* One that still runs, and has only said that it will block, goes on. */

@@ -133,8 +133,8 @@ enum class switch_point {
 	kernel_call
 };
 void may_switch(switch_point where);
-/* How often a task has given way since the order was set. */
-u64 preemption_count();
+/* How often chance had something to decide, or would have had with an order. */
+u64 choices();
 
 /* Makes a task ready if its state is one of those. */
 bool wake(struct task_struct *task, long states);

@@ -82,6 +82,25 @@ void zorva_host_fail(const char *text, const char *file, u32 line);
 					ZORVA_FILE, __LINE__);                 \
 	} while (0)
 
+/* Rules that zorva_host_allow() names. */
+/* A mutex is given only by the thread that holds it. */
+#define ZORVA_HOST_STRANGERS_GIVE 1u
+/* No block is freed twice, and none is written to outside of its bytes. */
+#define ZORVA_HOST_DAMAGE 2u
+
+/**
+ * zorva_host_allow() - lets the firmware break rules without failing the test
+ * @rules: %ZORVA_HOST_STRANGERS_GIVE and %ZORVA_HOST_DAMAGE, either or both; 0,
+ *         as without a call, for none
+ *
+ * The module bears both on the target: it ignores the give, and reports the
+ * damage. For tests of what firmware makes of that. All other rules hold
+ * always.
+ *
+ * Context: Any time, in a life or not; it stays for those that follow.
+ */
+void zorva_host_allow(u32 rules);
+
 /* Lives. */
 
 /**

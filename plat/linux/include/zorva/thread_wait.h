@@ -46,6 +46,13 @@ static inline void zorva_thread_wait(u32 pid)
 	put_pid(id);
 }
 
+#elif !defined(__KERNEL__) && defined(__has_include)
+
+/* The library for the developer's machine has one that asks its own kernel. */
+#if __has_include("host_thread.h")
+#include "host_thread.h"
+#endif
+
 #endif
 
 #endif
