@@ -21,6 +21,7 @@
 #                      the board runs by the host's time
 # SECONDS=S SEED=N     of the soak: how long, and what it decides by
 # SECONDS=S            of the fuzzers: how long each of them runs
+# ORDERS=N             of unit: in how many orders its tasks run (10)
 # SEED=N COUNT=N       of the mutants: what draws them, and how many (1, 500)
 # MUTANTS_ARGS=...     more options of tests/mutants/run.sh
 # FUZZ_ARGS=--keep     add what they have reached to tests/fuzz/corpus
@@ -90,7 +91,7 @@ test-all: deps kernel ## all that, and what is slow: packages, pages, browser
 .PHONY: unit
 unit: ## the tests on this machine, against a fake kernel
 	@target/install-deps.sh unit
-	@tests/unit/run.sh
+	@ORDERS=$(or $(ORDERS),10) tests/unit/run.sh
 
 .PHONY: host-test
 host-test: ## the library for tests of firmware on this machine, installed

@@ -151,15 +151,11 @@ board "an oops is named with its module" 3 \
 board "a scenario that passes" 0 'scenario passed' 0 'scenario: exit status 0'
 
 # --- The unit tests, with a compiler that has nothing to do
-rm -f "$work"/bin/{cmake,ctest}
+rm -f "$work/bin/cmake"
 printf '#!/bin/sh\n' >"$work/bin/cmake"
-cat >"$work/bin/ctest" <<'END'
-#!/bin/sh
-echo "100% tests passed, 0 tests failed out of 5"
-END
-chmod +x "$work"/bin/{cmake,ctest}
+chmod +x "$work/bin/cmake"
 says "make unit says that it compiles" 0 '^  unit: compile$' \
-	env PATH="$work/bin" tests/unit/run.sh
+	env PATH="$work/bin" tests/unit/run.sh --build-only
 said_too "... and when that is done" '^  unit: compile: done, '
 
 # --- Modules of one's own

@@ -121,7 +121,8 @@ class Program:
     def link_program(self):
         objects = []
         for path in self.build.commands:
-            if path in self.build.module or "googletest" in path.parts:
+            if (path in self.build.module or "googletest" in path.parts
+                    or path.name.startswith("cmake_pch")):
                 continue
             # The tests of the tables compile the module themselves.
             if path.name == "comp_test.cpp":
@@ -538,13 +539,13 @@ def main():
              and (not options.function or
                   options.function == change.function)
              and (not options.kind or change.kind in options.kind)]
+    if not drawn:
+        die("there is no such change")
     if options.list:
         for change in drawn:
             print(show(change))
         say(f"{len(drawn)} changes")
         return 0
-    if not drawn:
-        die("there is no such change")
 
     unit = Build(root, root / "build/unit")
     counted = Build(root, root / "build/coverage")

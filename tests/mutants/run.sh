@@ -19,6 +19,9 @@ for option in "$@"; do
 	esac
 done
 
+# Wrong options are refused before anything is built.
+"${mutants[@]}" --list >/dev/null
+
 # shellcheck source=target/lib.sh
 . "$root/target/lib.sh"
 

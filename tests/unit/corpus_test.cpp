@@ -18,6 +18,7 @@ protected:
 		const std::string directory = ZORVA_CORPUS_DIR "/" + target;
 		size_t count = 0;
 
+		needs_arrival_order();
 		for (const auto &entry :
 		     std::filesystem::directory_iterator(directory)) {
 			SCOPED_TRACE(entry.path().string());

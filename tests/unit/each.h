@@ -15,4 +15,15 @@
  */
 int run_each(bool all);
 
+/*
+ * Runs all tests whose names are like a pattern of the shell's, each in a copy
+ * of this process, so many at a time as there are processors. Prints what those
+ * that fail have said, and how many passed and failed. Returns 1 when one has
+ * failed.
+ *
+ * With a number of orders, runs those with several tasks so many times more,
+ * each time with the next seed, until one fails.
+ */
+int run_all(unsigned int orders, const char *pattern);
+
 #endif

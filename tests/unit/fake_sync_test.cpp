@@ -55,6 +55,7 @@ enum hrtimer_restart restart(struct hrtimer *)
 
 TEST_F(FakeLocks, HandUnitsOfASemaphoreToWhoWaitsLongest)
 {
+	needs_arrival_order();
 	zk_sema_init(&sem, 1);
 	down(&sem);
 	EXPECT_EQ(zk_sema_count(&sem), 0u);
@@ -96,6 +97,7 @@ TEST_F(FakeLocks, StopWaitingForASemaphoreInTime)
 
 TEST_F(FakeLocks, HandAMutexToWhoWaitsLongest)
 {
+	needs_arrival_order();
 	__mutex_init(&lock, "lock", &key);
 	zk_mutex_lock(&lock);
 	for (const char *comm : { "a", "b" })
@@ -296,6 +298,7 @@ TEST_F(FakeTimers, ExpireAtTheEndOfTimeWhenTheyAreBeyondIt)
 
 TEST_F(FakeWaitQueue, WakesAllThatAreNotExclusiveAndSoManyThatAre)
 {
+	needs_arrival_order();
 	wait_queue_head queue;
 	lock_class_key key;
 	const auto wait = [&](const char *comm, int flags) {

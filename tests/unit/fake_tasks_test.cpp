@@ -30,6 +30,7 @@ struct in_words {
 
 TEST_F(FakeTasks, RunInTheOrderInWhichTheyBecameReady)
 {
+	needs_arrival_order();
 	for (const char *comm : { "a", "b", "c" })
 		fake::start_task(comm, [comm] {
 			note(comm);
@@ -45,6 +46,7 @@ TEST_F(FakeTasks, RunInTheOrderInWhichTheyBecameReady)
 
 TEST_F(FakeTasks, RunOnlyWhenTheOthersBlock)
 {
+	needs_arrival_order();
 	bool ran = false;
 	fake::start_task("other", [&] {
 		ran = true;
@@ -83,6 +85,7 @@ TEST_F(FakeTasks, HavePidsNamesAndKinds)
 
 TEST_F(FakeTasks, StartAsThreadsOnlyWhenTheyAreWoken)
 {
+	needs_arrival_order();
 	static int data;
 	static void *given;
 	struct task_struct *const task = kthread_create_on_node(
@@ -122,6 +125,7 @@ TEST_F(FakeTasks, EndWithACodeFromAnywhere)
 
 TEST_F(FakeTasks, AreGoneWithTheirLastReference)
 {
+	needs_arrival_order();
 	const pid_t pid = fake::start_task("other", [] {
 	});
 	struct task_struct *const task = fake::task_of(pid);
@@ -438,6 +442,7 @@ TEST_F(FakeSignals, EndSleepsThatAreInterruptibleOnly)
 
 TEST_F(FakeSignals, AreNotSentToTasksThatHaveEnded)
 {
+	needs_arrival_order();
 	const pid_t pid = fake::start_task("ended", [] {
 	});
 	struct task_struct *const task = fake::task_of(pid);

@@ -71,6 +71,7 @@ protected:
 	void SetUp() override
 	{
 		LockTest::SetUp();
+		needs_arrival_order();
 		zorva_init();
 		zk_sema_init(&gate, 0);
 	}

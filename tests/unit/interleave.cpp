@@ -5,6 +5,7 @@
  * replaced by that of a piece of code that sets the flag again.
  */
 #include "interleave.h"
+#include "kernel_test.h"
 
 #include <gtest/gtest.h>
 
@@ -147,6 +148,7 @@ interrupt_anywhere(interleave::others who,
 {
 	unsigned int number = 0;
 
+	needs_arrival_order();
 	if (who == interleave::others::tasks)
 		fake::preempt_tasks();
 	else

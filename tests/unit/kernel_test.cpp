@@ -21,18 +21,31 @@ std::string as_text(const report &each)
 	       ": " + each.text;
 }
 
+bool used;	/* a test was run in this process */
+bool is_bound;	/* ... which has set its scene by who runs first */
+u64 order_seed; /* 0: the order in which tasks became ready */
+
 /*
- * Lets the tasks of a test run in another order: ZORVA_SEED in the environment
- * is its seed. With odd ones a task may also have to give way between any two
- * calls into the kernel.
+ * With odd seeds a task may also have to give way between any two calls into
+ * the kernel.
  */
 void choose_order()
 {
-	const char *const text = getenv("ZORVA_SEED");
-	const u64 seed = text ? strtoull(text, nullptr, 0) : 0;
+	if (order_seed)
+		fake::set_order(order_seed, 1u << order_seed / 2 % 5,
+				order_seed % 2);
+}
 
-	if (seed)
-		fake::set_order(seed, 1u << seed / 2 % 5, seed % 2);
+void begin_anew()
+{
+	fake::forsake();
+	fake::restart();
+	fake::forget_proc_entries();
+	used = !fake::restore_module();
+	is_bound = false;
+	recorded.clear();
+	seen = 0;
+	hook = nullptr;
 }
 
 } // namespace
@@ -102,13 +115,28 @@ std::string all_reports()
 	return text;
 }
 
+void begin_with_order(u64 seed)
+{
+	begin_anew();
+	order_seed = seed;
+}
+
+bool order_matters()
+{
+	return !is_bound && fake::choices() > 0;
+}
+
+void needs_arrival_order()
+{
+	is_bound = true;
+	fake::set_order(0, 0, false);
+}
+
 void KernelTest::SetUp()
 {
-	static bool used;
-
 	ASSERT_FALSE(used)
 		<< "the module is loaded once in a process: run the tests "
-		   "through ctest, or name one with --gtest_filter";
+		   "with --run, or name one with --gtest_filter";
 	used = true;
 	choose_order();
 }
@@ -152,9 +180,21 @@ int main(int argc, char **argv)
 	fake::on_failure([](const std::string &what) {
 		ADD_FAILURE() << what;
 	});
-	if (argc == 2 && !strcmp(argv[1], "--each"))
-		return run_each(false);
-	if (argc == 2 && !strcmp(argv[1], "--each=all"))
-		return run_each(true);
-	return RUN_ALL_TESTS();
+	if (const char *const text = getenv("ZORVA_SEED"))
+		order_seed = strtoull(text, nullptr, 0);
+	if (argc == 1)
+		return RUN_ALL_TESTS();
+
+	const std::string option = argv[1];
+	const char *const pattern = argc > 2 ? argv[2] : "*";
+
+	if (option == "--each" || option == "--each=all")
+		return run_each(option == "--each=all");
+	if (option == "--run")
+		return run_all(0, pattern);
+	if (option.starts_with("--orders="))
+		return run_all(atoi(option.c_str() + strlen("--orders=")),
+			       pattern);
+	fprintf(stderr, "%s: what is %s?\n", argv[0], argv[1]);
+	return 2;
 }

@@ -51,6 +51,20 @@ std::string last_report();
 std::string all_reports();
 
 /*
+ * Lets the test that is run next begin anew, though one has been run, with its
+ * tasks in the order of a seed; and tells whether that has decided anything.
+ */
+void begin_with_order(u64 seed);
+bool order_matters();
+
+/*
+ * For a test that sets its scene by who runs first, or lets others in itself:
+ * from here on tasks run in the order in which they became ready, whatever the
+ * seed.
+ */
+void needs_arrival_order();
+
+/*
  * The kernel without the module's having done anything yet. Proves after every
  * test that no lock, no interrupt state, no block and no open file is left,
  * and that all that was reported or logged was looked at.

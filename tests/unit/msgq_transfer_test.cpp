@@ -670,7 +670,8 @@ TEST_F(MessageQueue, CarriesAllMessagesBetweenTwoTasks)
 	EXPECT_EQ(received, sent);
 	EXPECT_EQ(count(queue->txSem), 3u);
 	EXPECT_EQ(count(queue->rxSem), 0u);
-	EXPECT_EQ(queue->ring.maxSeen, 3);
+	EXPECT_GE(queue->ring.maxSeen, 1);
+	EXPECT_LE(queue->ring.maxSeen, 3);
 	destroy(queue);
 }
 

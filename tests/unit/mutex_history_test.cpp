@@ -209,6 +209,7 @@ TEST_F(MutexIsLocked, IsWrongForATaskThatGotTheMutexAfterWaiting)
 
 TEST_F(MutexIsLocked, IsRightAgainWhenTheNextTaskWaitsForThatOne)
 {
+	needs_arrival_order();
 	zorva_mutex *const mutex = create();
 	texts answers;
 	take(mutex);

@@ -140,6 +140,7 @@ TEST_F(MicrosecondSleep, YieldsAcrossTheWrapOfTheMicroseconds)
 
 TEST_F(MicrosecondSleep, LetsOthersRunWhileItYields)
 {
+	needs_arrival_order();
 	fake::set_resolution(10000000);
 	bool ran = false;
 	fake::start_task("other", [&] {

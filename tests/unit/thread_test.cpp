@@ -36,6 +36,8 @@ protected:
 	{
 		ServiceTest::SetUp();
 		zk_sema_init(&gate, 0);
+		arguments.clear();
+		body = nullptr;
 		fake::forget_calls();
 	}
 
@@ -174,6 +176,7 @@ TEST_F(TrackedThread, RunsItsEntryWithItsArgument)
 
 TEST_F(TrackedThread, IsListedBeforeItsCreatorGoesOn)
 {
+	needs_arrival_order();
 	const pid_t pid = create("worker");
 
 	EXPECT_NE(file_text("zorva.thread"), "");
@@ -258,6 +261,7 @@ TEST_F(TrackedThread, LetsItsCreatorGoOnBeforeItsEntryEnds)
 
 TEST_F(TrackedThread, MayEndBeforeItsCreatorGoesOn)
 {
+	needs_arrival_order();
 	const pid_t pid = create("worker", nice_5, run_body);
 
 	EXPECT_TRUE(fake::has_ended(pid));
@@ -417,6 +421,7 @@ TEST_F(TrackedThread, IsWokenEvenWhenItIsAnError)
 
 TEST_F(ThreadPriority, BecomesANiceValue)
 {
+	needs_arrival_order();
 	const nice_case cases[] = {
 		{ 0, "-20" },  { 1, "-20" },	{ 6, "-20" },  { 7, "-19" },
 		{ 29, "-16" }, { 31, "-16" },	{ 128, "-1" }, { 130, "-1" },
@@ -441,6 +446,7 @@ TEST_F(ThreadPriority, BecomesANiceValue)
 
 TEST_F(ThreadPriority, SelectsRoundRobinSchedulingWhen30)
 {
+	needs_arrival_order();
 	create("worker", 30, run_body);
 
 	EXPECT_EQ(fake::call_texts({ "set_user_nice", "sched_setscheduler" }),
@@ -450,6 +456,7 @@ TEST_F(ThreadPriority, SelectsRoundRobinSchedulingWhen30)
 
 TEST_F(ThreadPriority, ThatCannotBeSetIsReportedAndTheThreadRuns)
 {
+	needs_arrival_order();
 	fake::refuse_scheduler(-38);
 
 	const pid_t pid = create("worker", 30, run_body);
@@ -467,6 +474,7 @@ TEST_F(ThreadPriority, ThatCannotBeSetIsReportedAndTheThreadRuns)
 
 TEST_F(ThreadPriority, CannotBeSetWhateverResultIsNotZero)
 {
+	needs_arrival_order();
 	fake::refuse_scheduler(1);
 
 	create("worker", 30, run_body);
@@ -506,6 +514,7 @@ TEST_F(TrackedThread, EndsWithCode0WhenItsEntryReturns)
 
 TEST_F(TrackedThread, EndsItselfWithACodeOfItsOwn)
 {
+	needs_arrival_order();
 	bool returned = false;
 	body = [&] {
 		zorva_thread_exit_track(owner, -7, "body.c", 3);
@@ -522,6 +531,7 @@ TEST_F(TrackedThread, EndsItselfWithACodeOfItsOwn)
 
 TEST_F(TrackedThread, MayBelongToTheLastComponent)
 {
+	needs_arrival_order();
 	body = [] {
 		zorva_thread_exit_track(56, 3, "body.c", 3);
 	};
@@ -564,6 +574,7 @@ TEST_F(TrackedThread, EndsForAnyComponent)
 
 TEST_F(TrackedThread, EndsForItsOwnComponentWhenItsEntryReturns)
 {
+	needs_arrival_order();
 	body = [] {
 		tear(newest_record());
 	};
@@ -576,6 +587,7 @@ TEST_F(TrackedThread, EndsForItsOwnComponentWhenItsEntryReturns)
 
 TEST_F(TrackedThread, IsTakenOutOfTheListBeforeItIsReportedToEnd)
 {
+	needs_arrival_order();
 	std::string listed = "nothing was reported";
 	on_report([&](const report &made) {
 		if (made.text == "Thread 'worker' exit")
@@ -590,6 +602,7 @@ TEST_F(TrackedThread, IsTakenOutOfTheListBeforeItIsReportedToEnd)
 
 TEST_F(TrackedThread, RefusesWrongArgumentsOfItsEndInOrder)
 {
+	needs_arrival_order();
 	const auto with = [](u32 compId, const char *file) {
 		return [=] {
 			return zorva_thread_exit_track(compId, 1, file, 7);
@@ -635,6 +648,7 @@ TEST_F(TrackedThread, IsNotEndedInATaskOfOthers)
 
 TEST_F(TrackedThread, StaysListedWhenItEndsInAnyOtherWay)
 {
+	needs_arrival_order();
 	body = [] {
 		zk_complete_and_exit(5);
 	};
@@ -681,6 +695,7 @@ TEST_F(TrackedThread, RefusesWrongArgumentsOfItsDestructionInOrder)
 
 TEST_F(TrackedThread, IsToldToEndAndStaysListed)
 {
+	needs_arrival_order();
 	bool told = false;
 	body = [&] {
 		down(&gate);
@@ -751,6 +766,7 @@ TEST_F(TrackedThread, IsFoundAmongOthersByItsPid)
 
 TEST_F(TrackedThread, IsNotFoundWhenItIsOfOthersOrHasEnded)
 {
+	needs_arrival_order();
 	const pid_t stranger = fake::start_task("stranger", [] {
 		down(&gate);
 	});
@@ -828,6 +844,7 @@ TEST_F(ThreadReport, ShowsTheNewestThreadFirst)
 
 TEST_F(ThreadReport, ShowsAReaderOfItsOwnFileAsRunning)
 {
+	needs_arrival_order();
 	std::string text;
 	body = [&] {
 		text = run_report(zorva_thread_dump, 4096).text;
@@ -863,6 +880,7 @@ TEST_F(ThreadReport, CopiesUnderTheLockAndPrintsWithoutIt)
 
 TEST_F(ThreadReport, WithoutMemoryForACopyIsTheSamePrintedUnderTheLock)
 {
+	needs_arrival_order();
 	create("first");
 	create("second");
 	const report_run copied = run_report(zorva_thread_dump, 4096);

@@ -15,6 +15,7 @@ protected:
 	void SetUp() override
 	{
 		TimerTest<Kind>::SetUp();
+		needs_arrival_order();
 		fake::use_several_processors();
 		on_expiry = [this](unsigned long data) {
 			called_back(data);

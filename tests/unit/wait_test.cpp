@@ -540,6 +540,7 @@ TEST_F(WaitEvent, DiscardsSignalsAndGoesOn)
 /* A signal is discarded only by a wait that goes on. */
 TEST_F(WaitEvent, EndsWhenWokenTogetherWithASignal)
 {
+	needs_arrival_order();
 	create();
 	for (const bool signal_first : { true, false }) {
 		bool pending = false;
