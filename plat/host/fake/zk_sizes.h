@@ -21,6 +21,7 @@ extern bool fake_smp, fake_preemption;
 #endif
 #define ZK_SMP fake_smp
 #define ZK_PREEMPTION fake_preemption
+#define ZK_KASAN 0
 
 #define ZK_GFP_ATOMIC 0xa20
 #define ZK_GFP_KERNEL 0xcc0

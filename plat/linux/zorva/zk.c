@@ -124,8 +124,15 @@ u32 zk_peek(const void *address)
 		return get_dbe(word, (u32 *)address) ? 0 : word;
 	}
 #endif
+	/* Some architectures copy by what KASAN looks at. */
+#if defined(CONFIG_KASAN_GENERIC) || defined(CONFIG_KASAN_SW_TAGS)
+	current->kasan_depth++;
+#endif
 	if (copy_from_kernel_nofault(&word, address, sizeof(word)))
-		return 0;
+		word = 0;
+#if defined(CONFIG_KASAN_GENERIC) || defined(CONFIG_KASAN_SW_TAGS)
+	current->kasan_depth--;
+#endif
 	return word;
 }
 

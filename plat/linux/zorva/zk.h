@@ -155,6 +155,25 @@ inline void store_release(T &to, T value)
 	write_once(to, value);
 }
 
+/*
+ * A load of what may have been freed, or of where a damaged size points: the
+ * look is meant, so a detector of the kernel's is not told of it.
+ */
+#if ZK_KASAN
+/* Volatile, or the load would be made part of the callers all the same. */
+template <class T>
+[[gnu::noinline, gnu::no_sanitize_address]] T read_freed(const T &from)
+{
+	return *const_cast<const volatile T *>(&from);
+}
+#else
+template <class T>
+inline T read_freed(const T &from)
+{
+	return from;
+}
+#endif
+
 /* The record around one of its members, which may lie at any address. */
 #define container_of(pointer, type, member)                                    \
 	(reinterpret_cast<type *>(reinterpret_cast<char *>(pointer) -          \

@@ -122,25 +122,25 @@ void zorva_free_track(u32 compId, void *ptr, const char *file, u32 line)
 	{
 		const irq_spin_guard lock(_mallocMemLck);
 
-		if (unlikely(block->magic != header_magic)) {
+		if (unlikely(read_freed(block->magic) != header_magic)) {
 			ZORVA_ERROR("Memory header corrupt! Invalid magic.");
 			dump_stack();
 			return;
 		}
-		if (unlikely(!block->inUse)) {
+		if (unlikely(!read_freed(block->inUse))) {
 			ZORVA_ERROR("Double free detected at %s:%d, originally allocated at %s:%d",
 				    file, line, block->file, block->line);
 			dump_stack();
 			return;
 		}
-		if (unlikely(block->startMagic != start_alive)) {
+		if (unlikely(read_freed(block->startMagic) != start_alive)) {
 			ZORVA_ERROR("Free invalid ptr: 0x%px start=0x%x (%s, %s:%d)",
 				    ptr, block->startMagic,
 				    _componentName[compId], file, line);
 			dump_stack();
 			return;
 		}
-		if (unlikely(*guard_of(block) != guard_magic)) {
+		if (unlikely(read_freed(*guard_of(block)) != guard_magic)) {
 			ZORVA_ERROR("Memory corruption: guard overwritten (%s, %s:%d)",
 				    _componentName[compId], file, line);
 			dump_stack();
@@ -162,14 +162,14 @@ void zorva_free_cleanup(void **pptr)
 	{
 		const irq_spin_guard lock(_mallocMemLck);
 
-		if (unlikely(block->inUse != 1 ||
-			     block->startMagic != start_alive)) {
+		if (unlikely(read_freed(block->inUse) != 1 ||
+			     read_freed(block->startMagic) != start_alive)) {
 			ZORVA_ERROR("Double free or invalid memory detected: ptr=%px",
 				    *pptr);
 			return;
 		}
 		/* Unlike the other free, this one keeps a torn block. */
-		if (unlikely(*guard_of(block) != guard_magic)) {
+		if (unlikely(read_freed(*guard_of(block)) != guard_magic)) {
 			ZORVA_ERROR("Memory overflow detected before free: ptr=%px",
 				    *pptr);
 			return;
