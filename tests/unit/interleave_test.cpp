@@ -3,6 +3,7 @@
  * What must not come out when another task, or another processor, comes in
  * between any two instructions of a call.
  */
+#include "fake/internal.h"
 #include "interleave.h"
 #include "msgq_fixture.h"
 #include "mutex_fixture.h"
@@ -64,6 +65,23 @@ protected:
 						    9),
 			  ok);
 		reports();
+	}
+
+	/* What a report prints while others come in once. */
+	static std::string
+	interrupted_report(const interrupted_call &interrupted,
+			   int (*dump)(struct seq_file *seq))
+	{
+		const size_t before = fake::seq_prints().size();
+		struct file file = {};
+		std::string text;
+
+		single_open_size(&file, nullptr, nullptr, 65536);
+		interrupted(dump, zk_seq_of(&file));
+		for (size_t i = before; i < fake::seq_prints().size(); ++i)
+			text += fake::seq_prints()[i].text;
+		single_release(nullptr, &file);
+		return text;
 	}
 
 	static zorva_mutex *create_mutex()
@@ -299,4 +317,125 @@ TEST_P(Interleaved, AMutexIsGivenByItsHolderOnly)
 		ASSERT_FALSE(mutex_is_locked(&mutex->mutex));
 	});
 	destroy(mutex);
+}
+
+/* Reports. */
+
+namespace
+{
+
+/* Two components that own a block each; the filter names one of them. */
+class FilteredBlocks {
+public:
+	static constexpr u32 early = 3, late = 40;
+
+	FilteredBlocks()
+	{
+		for (void *&block : blocks_)
+			block = zorva_malloc_track(&block == blocks_ ? early
+								     : late,
+						   8, "caller.c", 7);
+	}
+	~FilteredBlocks()
+	{
+		for (void *block : blocks_)
+			zorva_free_track(early, block, "caller.c", 8);
+		zorva_mem_write_detail("all");
+	}
+	static void expect_one_of_them(const std::string &report)
+	{
+		EXPECT_NE(shows(report, early), shows(report, late)) << report;
+	}
+
+private:
+	static bool shows(const std::string &report, u32 id)
+	{
+		return report.find("Component   : " +
+				   std::string(_componentName[id]) + "\n") !=
+		       std::string::npos;
+	}
+
+	void *blocks_[2];
+};
+
+std::string whole_report(int (*dump)(struct seq_file *seq))
+{
+	return run_report(dump, 65536).text;
+}
+
+} // namespace
+
+TEST_P(Interleaved, AFilterIsWrittenAsAWhole)
+{
+	const FilteredBlocks blocks;
+
+	anywhere([](const interrupted_call &interrupted) {
+		std::string shown;
+
+		zorva_mem_write_detail(_componentName[FilteredBlocks::late]);
+		fake::start_task("reader", [&shown] {
+			shown = whole_report(zorva_mem_dump_detail);
+		});
+		interrupted(zorva_mem_write_detail,
+			    _componentName[FilteredBlocks::early]);
+		settle();
+
+		FilteredBlocks::expect_one_of_them(shown);
+	});
+}
+
+TEST_P(Interleaved, AFilterIsReadAsAWhole)
+{
+	/* It is read first; all of the report would take minutes. */
+	constexpr unsigned int instructions = 300;
+	const FilteredBlocks blocks;
+
+	if (GetParam() == interleave::others::tasks)
+		fake::preempt_tasks();
+	else
+		fake::use_several_processors();
+	for (unsigned int number = 0; number < instructions; number += 25) {
+		const interrupted_call interrupted(number, GetParam());
+
+		zorva_mem_write_detail(_componentName[FilteredBlocks::late]);
+		fake::start_task("writer", [] {
+			zorva_mem_write_detail(
+				_componentName[FilteredBlocks::early]);
+		});
+
+		FilteredBlocks::expect_one_of_them(
+			interrupted_report(interrupted, zorva_mem_dump_detail));
+		fake::run_others();
+	}
+}
+
+TEST_P(Interleaved, AReportShowsNoDepthAboveTheHighest)
+{
+	zorva_msg_queue *const queue =
+		zorva_msg_queue_create_track(owner, "q", 1000, 4, "caller.c",
+					     12);
+
+	anywhere([queue](const interrupted_call &interrupted) {
+		int depth = 0, highest = 0;
+		std::string shown;
+
+		fake::start_task("reader", [&shown] {
+			shown = whole_report(zorva_msg_queue_dump);
+		});
+		interrupted(zorva_msg_queue_send_track, owner, queue,
+			    static_cast<const void *>("1234"), 4u, 0u,
+			    "caller.c", 13u);
+		settle();
+
+		const size_t at = shown.find("Curr Depth");
+
+		ASSERT_NE(at, std::string::npos);
+		ASSERT_EQ(sscanf(shown.c_str() + at,
+				 "Curr Depth   : %d Max Seen     : %d", &depth,
+				 &highest),
+			  2);
+		EXPECT_LE(depth, highest);
+	});
+	zorva_msg_queue_delete_track(owner, queue);
+	reports();
 }

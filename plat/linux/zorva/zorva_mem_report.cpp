@@ -4,9 +4,8 @@
  *
  * _mallocMemLck keeps interrupts off, so what a report shows is copied under
  * it, in one pass over the list, and printed afterwards. When there is no
- * memory for the copy of the blocks, they are printed under the lock. The
- * filter has no lock: a report that runs while it is written may see a part
- * of the name.
+ * memory for the copy of the blocks, they are printed under the lock. Where
+ * another task may come in between, the lock guards the filter as well.
  */
 #include "zorva_mem.h"
 #include "zorva_clock.h"
@@ -135,10 +134,17 @@ struct block_marks {
 /* Reads the filter once: it may be written while the report is made. */
 [[gnu::cold]] void read_filter(memory_view &view)
 {
-	view.filtered = _targetComp[0];
+	char name[sizeof(_targetComp)];
+
+	{
+		const interleave_guard lock(_mallocMemLck);
+
+		memcpy(name, _targetComp, sizeof(name));
+	}
+	view.filtered = name[0];
 	for (u32 i = 0; i < ZORVA_COMPONENTS; ++i)
 		view.shown[i] = !view.filtered ||
-				strcmp(_targetComp, _componentName[i]) == 0;
+				strcmp(name, _componentName[i]) == 0;
 }
 
 [[gnu::cold]] void print_view(struct seq_file *seq, const memory_view &view)
@@ -322,6 +328,8 @@ constexpr snapshot_maker blocks = { sizeof(block_view), count_under_lock,
 		if (!zk_iscntrl(*c))
 			*end++ = *c;
 	*end = '\0';
+
+	const interleave_guard lock(_mallocMemLck);
 
 	if (strcmp(name, "all") == 0)
 		memset(_targetComp, 0, sizeof(_targetComp));
