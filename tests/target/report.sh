@@ -3,6 +3,7 @@
 #
 # Reads the results out of the console's log, compares them with what was
 # planned, and looks for complaints of the kernel that no test had announced.
+# Into the file go "PASSED FAILED", and a line for each test that was skipped.
 set -euo pipefail
 export LC_ALL=C
 
@@ -122,7 +123,10 @@ line ~ /^    (not )?ok [0-9]+ / {
 	name = line
 	sub(/^ *(not )?ok [0-9]+ (- )?/, "", name)
 	results[suite]++
-	if (line ~ /^    ok/) {
+	if (line ~ /^    ok/ && name ~ / # SKIP/) {
+		skipped[suite]++
+		skips = skips "skipped: " suite ": " name "\n"
+	} else if (line ~ /^    ok/) {
 		passed[suite]++
 	} else {
 		failed[suite]++
@@ -202,22 +206,24 @@ END {
 		if (!(name in planned))
 			order[++rows] = name
 
-	printf "%-20s %7s %7s\n", "suite", "passed", "failed"
+	printf "%-20s %7s %7s %7s\n", "suite", "passed", "failed", "skipped"
 	for (i = 1; i <= rows; i++) {
 		name = order[i]
-		printf "%-20s %7d %7d\n", name, passed[name], failed[name]
+		printf "%-20s %7d %7d %7d\n", name, passed[name], failed[name],
+			skipped[name]
 		all_passed += passed[name]
 		all_failed += failed[name]
+		all_skipped += skipped[name]
 	}
 
 	# The log itself is one more result.
 	bad_log = complaints > 0 || exit_status != "0"
-	printf "%-20s %7d %7d\n", "console log", !bad_log, bad_log
+	printf "%-20s %7d %7d %7d\n", "console log", !bad_log, bad_log, 0
 	all_passed += !bad_log
 	all_failed += bad_log
-	printf "%-20s %7d %7d\n", "all", all_passed, all_failed
+	printf "%-20s %7d %7d %7d\n", "all", all_passed, all_failed, all_skipped
 
-	printf "%s", failures
+	printf "%s%s", skips, failures
 	if (complaints > 0)
 		printf "\nFAILED console log: %d complaints that no test announced\n%s",
 			complaints, complaint_text
@@ -227,6 +233,7 @@ END {
 			"the scenario ended with status " exit_status
 
 	print all_passed + 0, all_failed + 0 >counts
+	printf "%s", skips >counts
 	exit all_failed > 0
 }' "$log" <(host_checks) || status=$?
 

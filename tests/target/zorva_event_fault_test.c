@@ -203,8 +203,10 @@ static void without_memory_for_the_record_there_is_nothing(struct kunit *test)
 
 	ZT_EXPECT_REPORTS(test,
 			  "%s" CREATE_ERROR(
-				  "allocate memory failed. (52 bytes)"),
-			  msg_no_memory(test, 0, 52, "zorva_event.cpp"));
+				  "allocate memory failed. (%u bytes)"),
+			  msg_no_memory(test, 0, sizeof(struct event_record),
+					"zorva_event.cpp"),
+			  (u32)sizeof(struct event_record));
 	expect_nothing_left(test, old);
 }
 

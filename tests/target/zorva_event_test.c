@@ -31,9 +31,10 @@ static void an_event_is_three_blocks_of_its_owner(struct kunit *test)
 	ZT_EXPECT_TEXT(test, msg_blocks_since(test, old),
 		       "%u bytes of 53, zorva_sem.cpp\n"
 		       "%u bytes of 53, zorva_sem.cpp\n"
-		       "52 bytes of 53, zorva_event.cp\n",
+		       "%u bytes of 53, zorva_event.cp\n",
 		       zt_block_of(record_of(event)->lock)->size,
-		       zt_block_of(record_of(event)->signal)->size);
+		       zt_block_of(record_of(event)->signal)->size,
+		       (u32)sizeof(struct event_record));
 	drop(test, event);
 }
 

@@ -31,7 +31,7 @@ struct event_record {
 	zorva_mutex_t *lock;
 };
 
-static_assert(sizeof(struct event_record) == 52);
+static_assert(sizeof(void *) != 4 || sizeof(struct event_record) == 52);
 
 static inline struct event_record *record_of(zorva_event_t *event)
 {

@@ -128,6 +128,33 @@ hrtimer_setup_on_stack(struct hrtimer *timer,
 }
 #endif
 
+/* 5.16: a test can say that it was skipped. */
+#if ZT_SINCE(5, 16)
+#define ZT_SKIP(test, ...) kunit_skip(test, __VA_ARGS__)
+#else
+#define ZT_SKIP(test, ...) KUNIT_FAIL(test, __VA_ARGS__)
+#endif
+
+/*
+ * KASAN looks at each access of a test, too. Those that are wrong on purpose
+ * are made unwatched.
+ */
+#if defined(CONFIG_KASAN_GENERIC) || defined(CONFIG_KASAN_SW_TAGS)
+#define ZT_KASAN true
+#define ZT_UNWATCHED(...)                                                      \
+	do {                                                                   \
+		current->kasan_depth++;                                        \
+		__VA_ARGS__;                                                   \
+		current->kasan_depth--;                                        \
+	} while (0)
+#else
+#define ZT_KASAN false
+#define ZT_UNWATCHED(...)                                                      \
+	do {                                                                   \
+		__VA_ARGS__;                                                   \
+	} while (0)
+#endif
+
 /*
  * Files that are read through their own operation, which takes its buffer for
  * one of a user. Threads of the kernel open them, too.
@@ -169,6 +196,18 @@ static inline struct file *zt_open(const struct zt_files *files,
 	return file_open_root(&files->root, path + 1, flags, 0);
 }
 
+/*
+ * Which allocation of this task is to fail, and which was; on a kernel that
+ * injects no failures none.
+ */
+static inline unsigned int zt_swap_fail_nth(unsigned int fail_nth)
+{
+#ifdef CONFIG_FAULT_INJECTION
+	swap(current->fail_nth, fail_nth);
+#endif
+	return fail_nth;
+}
+
 /* A region of the program's memory, beside its own. */
 struct zt_lent {
 	char __user *start;
@@ -183,8 +222,7 @@ static inline int zt_borrow(const struct zt_files *files, struct zt_lent *lent,
 {
 	unsigned long start;
 
-	lent->fail_nth = current->fail_nth;
-	current->fail_nth = 0;
+	lent->fail_nth = zt_swap_fail_nth(0);
 	lent->size = size;
 	lent->borrowed = !current->mm;
 	if (lent->borrowed)
@@ -194,7 +232,7 @@ static inline int zt_borrow(const struct zt_files *files, struct zt_lent *lent,
 	if (IS_ERR_VALUE(start)) {
 		if (lent->borrowed)
 			kthread_unuse_mm(files->mm);
-		current->fail_nth = lent->fail_nth;
+		zt_swap_fail_nth(lent->fail_nth);
 		return (int)start;
 	}
 	lent->start = (char __user *)start;
@@ -204,13 +242,12 @@ static inline int zt_borrow(const struct zt_files *files, struct zt_lent *lent,
 static inline void zt_hand_back(const struct zt_files *files,
 				const struct zt_lent *lent)
 {
-	const unsigned int fail_nth = current->fail_nth;
+	const unsigned int fail_nth = zt_swap_fail_nth(0);
 
-	current->fail_nth = 0;
 	vm_munmap((unsigned long)lent->start, lent->size);
 	if (lent->borrowed)
 		kthread_unuse_mm(files->mm);
-	current->fail_nth = fail_nth;
+	zt_swap_fail_nth(fail_nth);
 }
 
 /* Reads to the end, or as much as there is room for, and terminates it. */
@@ -225,7 +262,7 @@ static inline ssize_t zt_read_whole(const struct zt_files *files,
 
 	if (count)
 		return count;
-	current->fail_nth = lent.fail_nth;
+	zt_swap_fail_nth(lent.fail_nth);
 	do {
 		count = file->f_op->read(file, lent.start + length,
 					 size - 1 - length, &position);
@@ -268,7 +305,7 @@ static inline ssize_t zt_write(const struct zt_files *files, struct file *file,
 		return count;
 	count = -EFAULT;
 	if (!copy_to_user(lent.start, text, length)) {
-		current->fail_nth = lent.fail_nth;
+		zt_swap_fail_nth(lent.fail_nth);
 		count = file->f_op->write(file, lent.start, length, &position);
 	}
 	zt_hand_back(files, &lent);

@@ -48,9 +48,12 @@ struct msg_queue_record {
 	struct list_head link;
 } __packed;
 
-static_assert(offsetof(struct msg_queue_record, tx_sem) == 69);
-static_assert(offsetof(struct msg_queue_record, link) == 81);
-static_assert(sizeof(struct msg_queue_record) == 89);
+static_assert(sizeof(void *) != 4 ||
+	      (offsetof(struct msg_queue_record, tx_sem) == 69 &&
+	       offsetof(struct msg_queue_record, link) == 81 &&
+	       sizeof(struct msg_queue_record) == 89));
+/* The link lies at an odd address everywhere. */
+static_assert(offsetof(struct msg_queue_record, link) % 2 == 1);
 
 static inline struct msg_queue_record *msg_record_of(zorva_msg_queue_t *queue)
 {

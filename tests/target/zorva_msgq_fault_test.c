@@ -342,8 +342,11 @@ static void without_memory_for_the_record_there_is_nothing(struct kunit *test)
 	KUNIT_EXPECT_TRUE(test, zt_end_failing());
 	ZT_EXPECT_REPORTS(test,
 			  "%s" CREATE_ERROR(
-				  "allocate memory failed.(89 bytes)"),
-			  msg_no_memory(test, 0, 89, "zorva_msgq.cpp"));
+				  "allocate memory failed.(%u bytes)"),
+			  msg_no_memory(test, 0,
+					sizeof(struct msg_queue_record),
+					"zorva_msgq.cpp"),
+			  (u32)sizeof(struct msg_queue_record));
 	expect_nothing_left(test, old);
 }
 

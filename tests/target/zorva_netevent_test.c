@@ -23,7 +23,7 @@ enum {
 };
 
 #define HANDLE_SIZE ((u32)sizeof(struct notifier_block))
-static_assert(sizeof(struct notifier_block) == 12);
+static_assert(sizeof(void *) != 4 || HANDLE_SIZE == 12);
 
 #define EXPECT_ERROR(test, func, text)                                         \
 	ZT_EXPECT_REPORTS(test, ZT_ERROR("zorva_util.cpp", func, text))

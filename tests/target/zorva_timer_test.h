@@ -73,10 +73,10 @@ struct zt_timer_list {
 	void *first;
 	void *last;
 };
-#define ZT_LIST_SIZE 20u
-#define ZT_NODE_SIZE 8u
+#define ZT_LIST_SIZE ((u32)sizeof(struct zt_timer_list))
+#define ZT_NODE_SIZE ((u32)(2 * sizeof(void *)))
 #define ZT_LIST_MAGIC 0xDEADBEEFu
-static_assert(sizeof(struct zt_timer_list) == ZT_LIST_SIZE);
+static_assert(sizeof(void *) != 4 || ZT_LIST_SIZE == 20);
 
 struct zt_timer_kind {
 	const char *report;

@@ -232,7 +232,7 @@ TEST(a_text_beyond_the_signed_maximum_is_refused)
 
 	fixture.write_text(name_of(one));
 	/* Volatile, since the compiler knows that these are too much. */
-	for (const volatile size_t size : { 0x80000000, 0xFFFFFFFF })
+	for (const volatile size_t size : { SIZE_MAX / 2 + 1, SIZE_MAX })
 		EXPECT_ERROR(write(opened, "all\n", size), EFAULT);
 	fixture.expect({ one });
 }

@@ -28,6 +28,7 @@ struct test {
 inline std::vector<test> tests;
 inline const test *current;
 inline bool current_failed;
+inline std::string current_skipped; /* why, or empty */
 
 struct registration {
 	registration(const char *name, void (*run)())
@@ -51,6 +52,12 @@ inline void note(const std::string &text)
 
 	for (std::string line; std::getline(lines, line);)
 		print(std::string("    # ") + current->name + ": " + line);
+}
+
+/* The running test returns after this. */
+inline void skip(const std::string &why)
+{
+	current_skipped = why;
 }
 
 inline void fail(const char *file, int line, const std::string &why)
@@ -113,10 +120,13 @@ inline int run_all()
 	for (const test &each : tests) {
 		current = &each;
 		current_failed = false;
+		current_skipped.clear();
 		each.run();
 		all_passed = all_passed && !current_failed;
 		print(std::string("    ") + (current_failed ? "not " : "") +
-		      "ok " + std::to_string(++number) + " - " + each.name);
+		      "ok " + std::to_string(++number) + " - " + each.name +
+		      (current_skipped.empty() ? ""
+					       : " # SKIP " + current_skipped));
 	}
 	print(std::string(all_passed ? "" : "not ") + "ok 1 - " +
 	      program_invocation_short_name);
