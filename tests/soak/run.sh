@@ -71,7 +71,8 @@ cat >"$out/scenario" <<END
 #!/bin/sh
 modules=/lib/modules/zorva
 
-echo 0 >/sys/kernel/debug/failslab/verbose
+verbose=/sys/kernel/debug/failslab/verbose
+[ ! -f \$verbose ] || echo 0 >\$verbose
 insmod "\$modules/zorva.ko" || exit
 (
 	reads=0

@@ -87,8 +87,11 @@ void soak_violation(const char *format, ...) __printf(1, 2);
 
 /*
  * Makes the n-th allocation of the calls up to soak_end_failing() fail, none
- * when n is 0. The end tells whether one has failed.
+ * when n is 0. The end tells whether one has failed: never on a kernel that
+ * injects no failures.
  */
+#ifdef CONFIG_FAULT_INJECTION
+#define SOAK_CAN_FAIL true
 static inline void soak_begin_failing(unsigned int n)
 {
 	current->fail_nth = n;
@@ -103,11 +106,24 @@ static inline bool soak_end_failing(unsigned int n)
 		atomic_inc(&soak_expected.no_memory);
 	return failed;
 }
+#else
+#define SOAK_CAN_FAIL false
+static inline void soak_begin_failing(unsigned int n)
+{
+}
+
+static inline bool soak_end_failing(unsigned int n)
+{
+	return false;
+}
+#endif
 
 /* Decides for a failure once in so many times: 1 to @most, otherwise 0. */
 static inline unsigned int soak_decide_failure(u32 decide, unsigned int every,
 					       unsigned int most)
 {
+	if (!SOAK_CAN_FAIL)
+		return 0;
 	return decide % every == 0 ? 1 + decide / every % most : 0;
 }
 

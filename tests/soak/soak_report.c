@@ -36,6 +36,9 @@ static const struct {
 	{ "Create linked-list failed.", "", NULL },
 };
 
+/* Stock kernels do not export it. */
+extern typeof(sched_setscheduler) sched_setscheduler __weak;
+
 static bool ends_with(const char *text, const char *end)
 {
 	const size_t length = strlen(text), end_length = strlen(end);
@@ -54,6 +57,10 @@ static void record(u32 comp, s32 unit, u32 level, const char *file,
 	va_start(args, format);
 	text = va_arg(args, const char *);
 	va_end(args);
+	/* Where no module may set a real-time priority. */
+	if (!sched_setscheduler && strstarts(text, "Set thread ") &&
+	    ends_with(text, " scheduler failed."))
+		return;
 	for (i = 0; i < ARRAY_SIZE(known); i++)
 		if (strstarts(text, known[i].start) &&
 		    ends_with(text, known[i].end)) {
