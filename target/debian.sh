@@ -129,7 +129,8 @@ debian_archive()
 		return 1
 	fi
 
-	# The hooks that some machines attach to apt concern their own caches.
+	# The hooks that some machines attach to apt concern their own caches,
+	# and of what is installed here the archive may not have the version.
 	cat >"$dir/apt.conf" <<-END
 	#clear APT::Update::Pre-Invoke;
 	#clear APT::Update::Post-Invoke;
@@ -140,6 +141,7 @@ debian_archive()
 	Dir::Etc::SourceList "/dev/null";
 	Dir::Etc::SourceParts "$dir/sources/";
 	Dir::State::Lists "$dir/lists/";
+	Dir::State::status "/dev/null";
 	Dir::Cache "$dir/cache/";
 	END
 
