@@ -6,6 +6,8 @@
 # "make help" shows these as well:
 #
 # KERNEL_BUILD=DIR     build and boot with this 5.10 kernel tree instead
+# BOARD=uml            the newest kernel as a program of this machine, under
+#                      KASAN, instead of the board
 # KERNEL_OPTS=...      options of target/kernel/build.sh for the board's own
 # ZORVA_COMPONENTS=F   the firmware's own table of components
 # M='DIR...'           directories with modules of your own, for run, shell,
@@ -34,6 +36,16 @@
 
 KERNEL_BUILD ?=
 KERNEL_OPTS ?=
+
+# Another machine than the board: the newest kernel as a program of this one.
+ifdef BOARD
+ifneq ($(BOARD),uml)
+$(error BOARD=$(BOARD): there is uml, and without it the board)
+endif
+KERNEL_OPTS := --line newest --arch um
+export ZORVA_BUILD := $(CURDIR)/build/um
+endif
+
 with_kernel = KERNEL_BUILD="$(or $(KERNEL_BUILD),$$(\
 	target/kernel/build.sh $(KERNEL_OPTS) --print-dir))"
 
@@ -119,6 +131,12 @@ fuzz: ## hostile sequences of calls on this machine, against a fake kernel
 .PHONY: target-test
 target-test: kernel ## the tests on the board
 	@$(with_kernel) target/board.sh test
+
+.PHONY: uml-test
+uml-test: ## the suites on the kernel as a program of this machine, under KASAN
+	@$(MAKE) --no-print-directory kernel BOARD=uml
+	@ZORVA_BUILD=$(CURDIR)/build/um KERNEL_BUILD="$$(target/kernel/build.sh \
+		--line newest --arch um --print-dir)" target/board.sh suites
 
 .PHONY: kit-test
 kit-test: kernel ## modules of one's own on the board, and the page about them

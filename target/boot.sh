@@ -23,6 +23,7 @@ usage: boot.sh --kernel VMLINUX --initrd ARCHIVE [options]
                    become environment variables of the scenario
   --icount SHIFT   count instructions: one takes 2^SHIFT ns of guest time
                    (one processor)
+  --real-time      with um: sleepers are waited for
   --memory MB      128, or what the architecture needs
   --gdb SOCKET     wait for a debugger there before the kernel starts
   --gdb-any SOCKET a debugger may come there at any time
@@ -59,9 +60,11 @@ gdb_wait=
 net=
 share=
 check=
+own_time=time-travel
 while [ $# -gt 0 ]; do
 	case $1 in
 	--show) show=1 ;;
+	--real-time) own_time= ;;
 	--shell) shell=1 ;;
 	--check) check=1 ;;
 	-h | --help)
@@ -131,10 +134,12 @@ if [ -z "$kernel" ] || [ -z "$initrd" ]; then
 fi
 [ -f "$kernel" ] || die "$kernel: no such kernel"
 [ -f "$initrd" ] || die "$initrd: no such archive"
-# Suites are wanted, which kernels of 6.1 and later ask about.
-words="panic=-1 quiet kunit.enable=1"
+# Suites are wanted, which kernels of 6.1 and later ask about, and from 7.0 on
+# once more.
+words="panic=-1 quiet kunit.enable=1 kunit.autorun=1"
 if [ "$arch" = um ]; then
 	machine=("$kernel" "mem=${memory:-256}M" "initrd=$initrd")
+	[ -z "$share" ] || die "--share: not with um"
 	# A restart would start the same again.
 	words="END=poweroff $words"
 else
@@ -192,12 +197,15 @@ fi
 start=$SECONDS
 set +e
 if [ "$arch" = um ]; then
-	# Its console is what it says itself. Nobody waits for a sleeper.
+	# Its console is what it says itself, into a file: it does not wait for
+	# a slow reader, and what that has no room for is lost. In its own time
+	# nobody waits for a sleeper.
+	: >"$log"
+	tail -f -n +1 --pid=$$ "$log" 8>&- | "${viewer[@]}" >&3 &
 	# shellcheck disable=SC2086 # several words
-	timeout --foreground -k 5 "$limit" "${machine[@]}" time-travel \
-		$words $append </dev/null 2>&1 | tee "$log" |
-		"${viewer[@]}" >&3
-	status=${PIPESTATUS[0]}
+	timeout --foreground -k 5 "$limit" "${machine[@]}" $own_time \
+		$words $append </dev/null >"$log" 2>&1
+	status=$?
 else
 	timeout --foreground -k 5 "$limit" "${machine[@]}" \
 		-chardev "stdio,id=console,signal=on,logfile=$log" \

@@ -5,12 +5,13 @@
 # shown, and how results reach the cache. Sourced, never run.
 
 ZORVA_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-ZORVA_BUILD=$ZORVA_ROOT/build
+# What is built for another machine than the board has a directory of its own.
+ZORVA_BUILD=${ZORVA_BUILD:-$ZORVA_ROOT/build}
 ZORVA_LOGS=$ZORVA_BUILD/logs
 ZORVA_CACHE=${ZORVA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zorva}
 [[ $ZORVA_CACHE = /* ]] || ZORVA_CACHE=$PWD/$ZORVA_CACHE
 CROSS_COMPILE=${CROSS_COMPILE:-mips-linux-gnu-}
-export ZORVA_CACHE CROSS_COMPILE
+export ZORVA_BUILD ZORVA_CACHE CROSS_COMPILE
 
 # A build started from make must not join that make's job server, nor take
 # variables from its command line.

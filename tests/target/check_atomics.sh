@@ -8,7 +8,7 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-module=${1:-$here/../../build/target/plat/linux/zorva/zorva.ko}
+module=${1:-${ZORVA_BUILD:-$here/../../build}/target/plat/linux/zorva/zorva.ko}
 
 "${CROSS_COMPILE-mips-linux-gnu-}objdump" -d --no-show-raw-insn "$module" |
 	awk '

@@ -6,7 +6,7 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-module=${1:-$here/../../build/target/plat/linux/zorva/zorva.ko}
+module=${1:-${ZORVA_BUILD:-$here/../../build}/target/plat/linux/zorva/zorva.ko}
 info=$("${CROSS_COMPILE-mips-linux-gnu-}objcopy" -O binary \
 	--only-section=.modinfo "$module" /dev/stdout | tr '\0' '\n')
 number=0

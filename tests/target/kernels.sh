@@ -24,8 +24,8 @@ END
 }
 
 # What there is: "+" for what runs when nothing is chosen; line, architecture,
-# name, the kernel's options, the board's arguments, what runs ("test", "run":
-# the demonstration, or "soak"), and the detectors.
+# name, the kernel's options, the board's arguments, what runs ("test", "suites":
+# without the demonstration, "run": that alone, or "soak"), and the detectors.
 matrix()
 {
 	cat <<END
@@ -35,13 +35,14 @@ matrix()
 -|6.1|mips|board|||test|none
 +|6.12|mips|board|||test|none
 -|newest|mips|board|||test|none
--|newest|um|kasan|||test|KASAN
++|newest|um|kasan|||suites|KASAN
 +|newest|um|soak|||soak|KASAN
 -|6.12|x86_64|preempt|||test|none
 -|newest|x86_64|preempt|||test|none
 -|6.12|arm64|preempt|||test|none
 -|newest|arm64|preempt|||test|none
 +|packaged|x86_64|debian|||run|none; Debian's own kernel package
++|packaged|x86_64|soak||--append preempt=full|soak|none; Debian's own kernel package
 END
 }
 
@@ -102,9 +103,10 @@ tree_of()
 run_on()
 {
 	local name=$1 kernel=$2 what=$3 args=$4 counts=$5 status=0 log
+	local logs=$ZORVA_BUILD/logs
 
 	build_lock
-	rm -f "$ZORVA_LOGS"/{test,run}-console.log
+	rm -f "$logs"/{test,run}-console.log
 	# A board that watches itself takes more instructions than there is
 	# time for by their count: it goes by the host's.
 	case $name in
@@ -112,8 +114,8 @@ run_on()
 	esac
 	export KERNEL_BUILD=$kernel BOARD_TIMEOUT=${BOARD_TIMEOUT:-1200}
 	export BOARD_ARGS="$args ${BOARD_ARGS-}"
-	if [ "$what" = test ]; then
-		target/board.sh test "$counts" || status=$?
+	if [ "$what" = test ] || [ "$what" = suites ]; then
+		target/board.sh "$what" "$counts" || status=$?
 	elif [ "$what" = soak ]; then
 		tests/soak/run.sh 60 || status=$?
 		echo "$((status == 0)) $((status != 0))" >"$counts"
@@ -124,15 +126,15 @@ run_on()
 		echo "0 1" >"$counts"
 	fi
 	for log in test run; do
-		[ ! -f "$ZORVA_LOGS/$log-console.log" ] ||
-			mv "$ZORVA_LOGS/$log-console.log" \
+		[ ! -f "$logs/$log-console.log" ] ||
+			mv "$logs/$log-console.log" \
 				"$ZORVA_LOGS/$log-console-$name.log"
 	done
 	return "$status"
 }
 
-# What the table says of a kernel, as its own configuration and compiler have
-# it: version, processors, preemption and compiler.
+# What the table says of a kernel, as its own configuration and compiler, and
+# what it is told, have it: version, processors, preemption and compiler.
 facts_of()
 {
 	local config=$1/.config preemption=none processors=1
@@ -141,6 +143,7 @@ facts_of()
 	! grep -q '^CONFIG_PREEMPT_VOLUNTARY=y' "$config" ||
 		preemption=voluntary
 	! grep -q '^CONFIG_PREEMPT=y' "$config" || preemption=full
+	[[ " $2 " != *' preempt=full '* ]] || preemption=full
 	! grep -q '^CONFIG_PREEMPT_LAZY=y' "$config" || preemption=lazy
 	! grep -q '^CONFIG_SMP=y' "$config" || processors=4
 	printf '%s | %s | %s | %s' "${version:-5.10}" "$processors" \
@@ -155,10 +158,14 @@ skips_of()
 		echo "all suites: it has no KUNIT"
 	elif [ "$2" = soak ]; then
 		echo "the suites: this is the soak, 60 seconds"
-	elif [ "$1" = mips ]; then
-		echo none
 	else
-		echo "msgq_align, check_atomics: what they look at is of MIPS"
+		{
+			[ "$1" = mips ] ||
+				echo "msgq_align, check_atomics: what they look at is of MIPS"
+			sed -n 's/^skipped: \([^:]*\): \(.*\) # SKIP \(.*\)/\1 \2: \3/p' \
+				"$3" 2>/dev/null
+		} | awk '{ all = all (NR > 1 ? "; " : "") $0 }
+			END { print NR ? all : "none" }'
 	fi
 }
 
@@ -174,10 +181,13 @@ row()
 	rm -f "$counts"
 	# shellcheck disable=SC2086 # several words
 	if kernel=$(tree_of "$line" "$arch" $options); then
-		facts=$(facts_of "$kernel")
-		# The lock goes with the subshell.
-		(run_on "$name" "$kernel" "$what" "$args" "$counts") ||
-			status=$?
+		facts=$(facts_of "$kernel" "$args")
+		# The lock goes with the subshell, and so does the directory.
+		(
+			[ "$arch" = mips ] ||
+				export ZORVA_BUILD=$ZORVA_BUILD/$arch
+			run_on "$name" "$kernel" "$what" "$args" "$counts"
+		) || status=$?
 	else
 		status=1
 	fi
@@ -192,7 +202,7 @@ row()
 	say "$name: $passed passed, $failed failed, $((SECONDS - start)) s"
 	printf '%s | %s | %s | %s | %d | %d | %s\n' "$name" "$arch" "$facts" \
 		"$detectors" "$passed" "$failed" \
-		"$(skips_of "$arch" "$what")" >>"$rows"
+		"$(skips_of "$arch" "$what" "$counts")" >>"$rows"
 }
 
 # The table, as it stands in docs/porting.md.
