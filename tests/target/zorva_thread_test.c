@@ -719,6 +719,8 @@ static void a_report_larger_than_its_buffer_is_whole(struct kunit *test)
 		zt_thread_start(test, &thread[i], COMP,
 				"one of a great many, all alike", 128,
 				wait_in_vain, &probe);
+	for (i = 0; i < THREADS; i++)
+		ZT_WAIT_FOR(test, zt_is_blocked(thread[i].task));
 	for (i = THREADS; i-- > 0;)
 		length += scnprintf(want + length, sizeof(want) - length,
 				    LISTED, _componentName[COMP],
