@@ -157,7 +157,7 @@ void zorva_host_time_limit(u32 secs);
  * before and after each call of zorva; */
 #define ZORVA_HOST_CALLS 0u
 /* between any two calls of zorva into the kernel as well, as on a kernel that
- * preempts. What docs/contexts.md does not promise there may fail. */
+ * preempts. docs/host.md lists the windows that are left open there. */
 #define ZORVA_HOST_KERNEL_CALLS 1u
 /* and added to one of them: time may pass at calls of zorva, up to an expiry or
  * the end of a sleep within 100 ms, as if threads were slow. Otherwise threads
@@ -169,7 +169,8 @@ void zorva_host_time_limit(u32 secs);
  * zorva_host_explore() - runs a test in many orders of its threads
  * @test: the test; it is run in a life of its own each time
  * @argument: what it is given
- * @orders: how many, at least 1; they have the seeds 1 to @orders
+ * @orders: how many; they have the seeds 1 to @orders. With 0 nothing is run,
+ *          and nothing fails
  * @places: %ZORVA_HOST_CALLS or %ZORVA_HOST_KERNEL_CALLS, and
  *          %ZORVA_HOST_SLOWLY added or not
  *
@@ -190,7 +191,8 @@ u32 zorva_host_explore(void (*test)(void *argument), void *argument, u32 orders,
  * zorva_host_repeat() - runs a test in the order that has a seed
  * @test: the test
  * @argument: what it is given
- * @seed: the seed, from a failure of zorva_host_explore()
+ * @seed: the seed, from a failure of zorva_host_explore(); with 0 threads run
+ *        in the order in which they became ready
  * @places: as in that call
  *
  * Context: Outside of a life.
@@ -237,7 +239,7 @@ u32 zorva_host_sweep(void (*test)(void *argument), void *argument);
 
 /**
  * zorva_host_pass_time() - lets time pass while the caller is busy
- * @usecs: microseconds
+ * @usecs: microseconds, at most U64_MAX / 1000
  *
  * Timers expire meanwhile, but no other thread runs.
  *
@@ -248,7 +250,7 @@ void zorva_host_pass_time(u64 usecs);
 
 /**
  * zorva_host_sleep() - lets time pass while the caller sleeps
- * @usecs: microseconds
+ * @usecs: microseconds, at most U64_MAX / 1000
  *
  * Context: In a life, in a thread; sleeps, so other threads run.
  */
