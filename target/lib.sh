@@ -5,8 +5,10 @@
 # shown, and how results reach the cache. Sourced, never run.
 
 ZORVA_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-# What is built for another machine than the board has a directory of its own.
-ZORVA_BUILD=${ZORVA_BUILD:-$ZORVA_ROOT/build}
+# What is built for another machine than the board has a directory of its own,
+# in build/. That of another checkout, whose script has called this one, is not
+# this one's.
+[[ ${ZORVA_BUILD-}/ = "$ZORVA_ROOT"/build/* ]] || ZORVA_BUILD=$ZORVA_ROOT/build
 ZORVA_LOGS=$ZORVA_BUILD/logs
 ZORVA_CACHE=${ZORVA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zorva}
 [[ $ZORVA_CACHE = /* ]] || ZORVA_CACHE=$PWD/$ZORVA_CACHE
