@@ -14,11 +14,15 @@ usage: tools.sh desk | board | lines | debugger...
 
   desk   build/tools/zorva
   board  build/tools/board/zorva: static, stripped, for the board's processor
+         or that of KERNEL_BUILD
   lines  build/tools/board/modules.lines: the lines of what modules.sh has
          built, for the board; needs the desk's
   debugger
          build/tools/gdb: zorva-gdb.py, and beside it what it needs of the
          board's kernel and of the module that modules.sh builds
+
+Environment: KERNEL_BUILD (a kernel tree instead of the board's own),
+CROSS_COMPILE, ZORVA_CACHE.
 END
 }
 
@@ -58,19 +62,20 @@ build()
 
 build_board()
 {
-	local bytes
+	local bytes curses=
 
-	need_cross_compiler "$CROSS_COMPILE"
+	need_cross_compiler "$cross"
+	[ "$arch" != mips ] ||
+		curses=$("$ZORVA_ROOT/target/ncurses/build.sh" --print-dir)
 	build "$tools/board" -DZORVA_BOARD=ON \
-		-DZORVA_CURSES_DIR="$("$ZORVA_ROOT/target/ncurses/build.sh" \
-			--print-dir)" \
+		-DZORVA_CURSES_DIR="$curses" \
 		-DCMAKE_SYSTEM_NAME=Linux \
-		-DCMAKE_SYSTEM_PROCESSOR=mips \
-		-DCMAKE_CXX_COMPILER="${CROSS_COMPILE}g++" \
-		-DCMAKE_AR="$(command -v "${CROSS_COMPILE}ar")" \
-		-DCMAKE_RANLIB="$(command -v "${CROSS_COMPILE}ranlib")"
+		-DCMAKE_SYSTEM_PROCESSOR="$arch" \
+		-DCMAKE_CXX_COMPILER="${cross}g++" \
+		-DCMAKE_AR="$(command -v "${cross}ar")" \
+		-DCMAKE_RANLIB="$(command -v "${cross}ranlib")"
 	bytes=$(stat -c %s "$tools/board/zorva")
-	if [ "$bytes" -gt "$most_bytes" ]; then
+	if [ "$arch" = mips ] && [ "$bytes" -gt "$most_bytes" ]; then
 		echo "$tools/board/zorva has $bytes bytes, at most" \
 			"$most_bytes are wanted"
 		return 1
@@ -94,13 +99,15 @@ gather_debugger()
 		"$built/tools/gdb/types.o" "$tools/gdb"
 }
 
+kernel_facts "${KERNEL_BUILD-}"
 build_lock
 mkdir -p "$tools/board"
 for part in "$@"; do
 	case $part in
 	desk) step "tools: the desk's" build "$tools" ;;
 	board)
-		"$ZORVA_ROOT/target/ncurses/build.sh"
+		# A live screen is of use where somebody sits before it.
+		[ "$arch" != mips ] || "$ZORVA_ROOT/target/ncurses/build.sh"
 		step "tools: the board's" build_board
 		;;
 	lines) step "tools: the lines of the modules" build_lines ;;

@@ -39,6 +39,8 @@ matrix()
 +|newest|um|soak|||soak|KASAN
 -|6.12|x86_64|preempt|||test|none
 -|newest|x86_64|preempt|||test|none
+-|newest|x86_64|kasan|--with target/kernel/kasan.config||suites|KASAN, UBSAN, lockdep
+-|newest|x86_64|kcsan|--with target/kernel/kcsan.config||suites|KCSAN
 -|6.12|arm64|preempt|||test|none
 -|newest|arm64|preempt|||test|none
 +|packaged|x86_64|debian|||run|none; Debian's own kernel package
