@@ -712,13 +712,21 @@ checks_locks()
 	[ -e /proc/lockdep ]
 }
 
+# Where the kernel shows no stacks, nothing proves what a thread waits for.
+knows_stacks()
+{
+	[ -n "$(cat /proc/self/stack 2>/dev/null)" ]
+}
+deadlock='DEADLOCK'
+knows_stacks || deadlock='(PROBABLY A DEADLOCK|probably a deadlock)'
+
 # Where, in the firmware's source.
 at='fw_fault\.c:[0-9]+'
 
 expect_all_four()
 {
 	expect "the deadlock" \
-		'^DEADLOCK: (stp|lag)-update .* and (stp|lag)-update .* wait for each other'
+		"^$deadlock: (stp|lag)-update .* and (stp|lag)-update .* wait for each other"
 	expect "who waits where" "stp-update \\([0-9]+\\) wants mutex 'lag' at $at; lag-update \\([0-9]+\\) took it at $at\$"
 	expect "who waits where" "lag-update \\([0-9]+\\) wants mutex 'stp' at $at; stp-update \\([0-9]+\\) took it at $at\$"
 	expect "the torn block" "^DAMAGED BLOCK of VLAN, allocated at $at\$"
@@ -747,7 +755,8 @@ four_faults()
 	await "the leak" '^RMON( +[0-9]+){4} +\+(39|[4-9][0-9])' \
 		cat $reports/zorva.mem
 	show_status 1 zorva waits
-	expect "the deadlock" '^DEADLOCK: 2 threads wait for each other'
+	expect "the deadlock" \
+		"^$deadlock: 2 threads wait for each other"
 	say "A snapshot can be looked at later, or on another machine:"
 	prompt "zorva-snapshot >/tmp/board.txt"
 	zorva-snapshot >/tmp/board.txt

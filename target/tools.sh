@@ -29,6 +29,8 @@ END
 # The board's flash has no room for more.
 most_bytes=$((2 * 1024 * 1024))
 tools=$ZORVA_BUILD/tools
+# This machine's is the same for whatever board.
+desk=$ZORVA_ROOT/build/tools
 
 case ${1-} in
 -h | --help)
@@ -84,7 +86,7 @@ build_board()
 
 build_lines()
 {
-	"$tools/zorva" lines --modules "$ZORVA_BUILD/target/examples" \
+	"$desk/zorva" lines --modules "$ZORVA_BUILD/target/examples" \
 		>"$tools/board/modules.lines.new"
 	mv "$tools/board/modules.lines.new" "$tools/board/modules.lines"
 }
@@ -101,10 +103,10 @@ gather_debugger()
 
 kernel_facts "${KERNEL_BUILD-}"
 build_lock
-mkdir -p "$tools/board"
+mkdir -p "$tools/board" "$desk"
 for part in "$@"; do
 	case $part in
-	desk) step "tools: the desk's" build "$tools" ;;
+	desk) step "tools: the desk's" build "$desk" ;;
 	board)
 		# A live screen is of use where somebody sits before it.
 		[ "$arch" != mips ] || "$ZORVA_ROOT/target/ncurses/build.sh"

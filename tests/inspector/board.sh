@@ -35,7 +35,7 @@ if [ $# -ne 1 ] || [ ! -f "$1" ]; then
 	exit 2
 fi
 
-zorva=$ZORVA_BUILD/tools/zorva
+zorva=$ZORVA_ROOT/build/tools/zorva
 modules=$ZORVA_BUILD/target/examples
 log=$ZORVA_LOGS/inspector-console.log
 work=$(mktemp -d)

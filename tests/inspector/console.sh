@@ -30,7 +30,7 @@ if [ $# -ne 1 ] || [ ! -f "$1" ]; then
 	exit 2
 fi
 log=$1
-zorva=$ZORVA_BUILD/tools/zorva
+zorva=$ZORVA_ROOT/build/tools/zorva
 modules=$ZORVA_BUILD/target/examples
 
 # A kernel that checks locks is spared the faults.

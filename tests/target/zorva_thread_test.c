@@ -116,9 +116,25 @@ static u32 destroy(u32 pid)
 	return zorva_thread_destroy_track(COMP, pid, "caller.c", 41);
 }
 
+/* Of the task that has the PID now. */
+static bool is_in_state(u32 pid, unsigned int state)
+{
+	struct task_struct *task;
+	bool is;
+
+	rcu_read_lock();
+	task = pid_task(find_vpid(pid), PIDTYPE_PID);
+	is = task && zt_task_state(task) == state;
+	rcu_read_unlock();
+	return is;
+}
+
 static void expect_listed(struct kunit *test, const char *name, u32 pid,
 			  unsigned int state, s32 priority)
 {
+	/* One that is about to wait does so in its own time. */
+	if (state != TASK_DEAD)
+		ZT_WAIT_FOR(test, is_in_state(pid, state));
 	ZT_EXPECT_FILE(test, "zorva.thread", LISTED, _componentName[COMP], name,
 		       pid, state, priority);
 }
@@ -228,6 +244,7 @@ static void a_null_name_is_made_of_component_and_line(struct kunit *test)
 	ZT_WAIT_FOR(test, probe.thread.task);
 
 	ZT_EXPECT_REPORTS(test, CREATED("ZORVA-88"));
+	ZT_WAIT_FOR(test, is_in_state(pid, TASK_UNINTERRUPTIBLE));
 	ZT_EXPECT_FILE(test, "zorva.thread", LISTED, "ZORVA", "ZORVA-88", pid,
 		       TASK_UNINTERRUPTIBLE, 128);
 	ZT_EXPECT_TEXT(test, probe.comm, "ZORVA-88");
@@ -672,6 +689,8 @@ static void the_report_shows_the_newest_first(struct kunit *test)
 	start(test, &probe, "asleep", -5, wait_in_vain);
 	start(test, &second, "dozing", 30, wait_for_the_kill);
 	start(test, &third, "awake", 255, never_sleep);
+	ZT_WAIT_FOR(test, is_in_state(probe.thread.pid, TASK_UNINTERRUPTIBLE));
+	ZT_WAIT_FOR(test, is_in_state(second.thread.pid, TASK_INTERRUPTIBLE));
 	ZT_EXPECT_FILE(test, "zorva.thread",
 		       "Component : %s\n"
 		       "Name      : awake\n"
@@ -827,6 +846,7 @@ static void the_newest_thread_with_a_pid_counts(struct kunit *test)
 	start(test, &second, "alive", 2, wait_for_the_kill);
 	idr_set_cursor(&init_pid_ns.idr, next);
 	KUNIT_EXPECT_EQ(test, second.thread.pid, pid);
+	ZT_WAIT_FOR(test, is_in_state(pid, TASK_INTERRUPTIBLE));
 	ZT_EXPECT_FILE(test, "zorva.thread", LISTED LISTED, owner, "alive", pid,
 		       TASK_INTERRUPTIBLE, 2, owner, "ghost", pid, TASK_DEAD,
 		       1);
