@@ -81,6 +81,13 @@ shift_out_of_range()
 		'	block->line = line << (size + 31);'
 }
 
+# A count that two processors may raise at the same time.
+race()
+{
+	plant zorva_mem.cpp '	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId];' \
+		'	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId]; ++usage.allocCount;'
+}
+
 build_copy()
 {
 	rm -rf "$copy"
@@ -102,13 +109,16 @@ for round in 1 2 3; do
 	echo "alloc 10 40" >/sys/kernel/debug/zorva_lab
 	printf free >/sys/kernel/debug/zorva_lab
 done
+[ ! -f $modules/zorva_soak.ko ] ||
+	insmod $modules/zorva_soak.ko seed=1 seconds=20
 END
 }
 
-# look FAULT OPTION PATTERN: what has to be in the log, where the option is
+# look FAULT OPTION PATTERN [MODULE]: what has to be in the log, where the option
+# is, and a module without which it does not come to it
 look()
 {
-	local fault=$1 option=$2 pattern=$3
+	local fault=$1 option=$2 pattern=$3 also=${4-}
 
 	if ! has_option "$option"; then
 		say "skipped: $fault: this kernel has no $option"
@@ -120,6 +130,7 @@ look()
 		"$copy/plat/linux/zorva/zorva.ko" \
 		"$ZORVA_BUILD/target/tests/target/zorva_test_support.ko" \
 		"$ZORVA_BUILD/target/tests/target/zorva_lab.ko" \
+		${also:+"$ZORVA_BUILD/target/$also"} \
 		"$out/scenario=/etc/scenario"
 	# The kernel comes to harm: that is what is wanted.
 	"$ZORVA_ROOT/target/boot.sh" --kernel "$KERNEL_BUILD/$image" \
@@ -138,12 +149,15 @@ look()
 build_lock
 mkdir -p "$out"
 "$ZORVA_ROOT/target/busybox/build.sh" --arch "$arch"
-"$ZORVA_ROOT/target/modules.sh" module tests
+"$ZORVA_ROOT/target/modules.sh" module tests soak
 write_scenario >"$out/scenario"
 look overflow KASAN 'BUG: KASAN: slab-out-of-bounds in zorva_malloc_track'
 look use_after_free KASAN 'BUG: KASAN: slab-use-after-free in zorva_free_track'
 look shift_out_of_range UBSAN_SHIFT \
 	'UBSAN: shift-out-of-bounds in .*zorva_mem\.cpp'
+# It takes several who allocate at the same time.
+look race KCSAN 'BUG: KCSAN: data-race in .*zorva_malloc_track' \
+	tests/soak/zorva_soak.ko
 [ -z "$counts" ] || echo "$passed $failed" >"$counts"
 say "detectors: $passed reported, $failed not"
 [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
