@@ -51,10 +51,10 @@ function(_zorva_add target library)
         return()
     endif()
     add_library(${target} STATIC IMPORTED)
+    # The library is C++, but a project that links it may know C alone.
     set_target_properties(${target} PROPERTIES
         IMPORTED_LOCATION ${file}
-        IMPORTED_LINK_INTERFACE_LANGUAGES CXX
-        INTERFACE_LINK_LIBRARIES "zorva::headers;${CMAKE_DL_LIBS}")
+        INTERFACE_LINK_LIBRARIES "zorva::headers;stdc++;${CMAKE_DL_LIBS}")
 endfunction()
 
 set(zorva_FOUND TRUE)

@@ -117,17 +117,35 @@ documented()
 	! grep . "$build/missing"
 }
 
-# The program that the page shows: what is indented, from its first #include on.
+# shown BEGIN: of what the page shows indented, the part from a line that begins
+# like that to the next text or the next command of the shell's
+shown()
+{
+	awk -v begin="    $1" '!code && index($0, begin) == 1 { code = 1 }
+		code && (/^[^ ]/ || /^    cmake -S/) { exit }
+		code { print substr($0, 5) }' "$root/docs/host.md"
+}
+
+# The program that the page shows, as the page has it built: in plain C alone.
 listing()
 {
-	awk '/^## /{ on = 0 } /^## A first test/{ on = 1 }
-		on && /^    #include/{ code = 1 }
-		code && /^[^ ]/{ exit }
-		code{ print substr($0, 5) }' "$root/docs/host.md" \
-		>"$build/listing.c"
+	local page=$build/page
+
+	rm -rf "$page"
+	mkdir -p "$page"
+	shown '#include' >"$page/my_test.c"
+	shown cmake_minimum >"$page/CMakeLists.txt"
+	cmake -S "$page" -B "$page/build" -DCMAKE_BUILD_TYPE=Debug \
+		-DCMAKE_PREFIX_PATH="$installed" -DCMAKE_C_FLAGS=-Wall &&
+		cmake --build "$page/build" &&
+		"$page/build/my_test" | grep -x passed || return
 	# shellcheck disable=SC2046
-	gcc -g -Wall "$build/listing.c" $(flags zorva-host 64) -o "$build/listing" &&
-		"$build/listing" | grep -x passed
+	gcc -g -Wall "$page/my_test.c" $(flags zorva-host 64) \
+		-o "$page/my_test" &&
+		"$page/my_test" | grep -x passed || return
+	# Without what the page says that it needs, it fails.
+	sed -i '/zorva_thread_wait/d' "$page/my_test.c"
+	cmake --build "$page/build" && ! "$page/build/my_test"
 }
 
 # planted NAME TEXT SED...: the example with a fault in a copy of it; the plain
