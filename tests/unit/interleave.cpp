@@ -28,6 +28,7 @@ unsigned int wanted;
 unsigned int counted;
 bool called;
 interleave::others let_in;
+const void *held;
 uintptr_t return_address;
 
 bool is_in_module(uintptr_t address)
@@ -115,8 +116,11 @@ void step(int, siginfo_t *, void *argument)
 	}
 	if (!touches_memory(at))
 		return;
-	if (let_in == interleave::others::tasks &&
-	    !fake::current_context().may_sleep())
+	const fake::context now = fake::current_context();
+
+	if (let_in == interleave::others::tasks && !now.may_sleep())
+		return;
+	if (held && !now.has_taken(held))
 		return;
 	if (counted++ != wanted)
 		return;
@@ -140,6 +144,11 @@ void interleave::arm(unsigned int number, others who)
 	wanted = number;
 	counted = 0;
 	let_in = who;
+}
+
+void interleave::only_while_held(const void *lock)
+{
+	held = lock;
 }
 
 unsigned int

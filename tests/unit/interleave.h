@@ -22,6 +22,9 @@ enum class others {
 
 void arm(unsigned int number, others who);
 
+/* They are let in only while the call holds that lock, or always without one. */
+void only_while_held(const void *lock);
+
 /* The processor stops after each instruction from here to there. */
 [[gnu::always_inline]] inline void begin_steps()
 {

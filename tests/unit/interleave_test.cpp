@@ -26,6 +26,16 @@ protected:
 		EXPECT_GE(interrupt_anywhere(GetParam(), round), some_rounds);
 	}
 
+	/* The same for a report, while it holds the registry of its locks. */
+	static void anywhere_under(
+		const void *registry,
+		const std::function<void(const interrupted_call &)> &round)
+	{
+		interleave::only_while_held(registry);
+		anywhere(round);
+		interleave::only_while_held(nullptr);
+	}
+
 	/* Lets time pass until all tasks have ended or are blocked. */
 	static void settle()
 	{
@@ -438,4 +448,159 @@ TEST_P(Interleaved, AReportShowsNoDepthAboveTheHighest)
 	});
 	zorva_msg_queue_delete_track(owner, queue);
 	reports();
+}
+
+/* The reports of locks, which look at what nobody has to wait for. */
+
+namespace
+{
+
+using dump_function = int (*)(struct seq_file *seq);
+
+constexpr dump_function mutex_dumps[] = { zorva_mutex_dump,
+					  zorva_mutex_dump_detail };
+
+bool says(const std::string &report, const std::string &line)
+{
+	return report.find(line) != std::string::npos;
+}
+
+std::string locker_line(pid_t pid, const std::string &name)
+{
+	return "Locker    : " + std::to_string(pid) + " (" + name + ")\n";
+}
+
+/* What a give does once it has been recorded, and waits for no report. */
+void let_go(zorva_mutex *mutex)
+{
+	mutex->takeCount.counter = 0;
+	mutex_unlock(&mutex->mutex);
+}
+
+} // namespace
+
+TEST_P(Interleaved, AReportOfAMutexThatChangesHandsIsOfOneMoment)
+{
+	dump_function dump = nullptr;
+	/* A new one has a short history, and so a short report. */
+	const auto round = [&](const interrupted_call &interrupted) {
+		zorva_mutex *const mutex = create_mutex();
+		gate change, end;
+		const pid_t first = fake::start_task("first", [&] {
+			take(mutex);
+			change.wait();
+			let_go(mutex);
+		});
+		fake::run_others();
+		const pid_t second = fake::start_task("second", [&] {
+			take(mutex);
+			end.wait();
+			let_go(mutex);
+		});
+		fake::run_others();
+		change.open();
+
+		const std::string report =
+			interrupted_report(interrupted, dump);
+		end.open();
+		settle();
+
+		EXPECT_EQ(says(report, "Status    : Take\n"),
+			  says(report, "Locker    : "))
+			<< report;
+		EXPECT_EQ(says(report, "Locker    : "),
+			  says(report, locker_line(first, "first")) ||
+				  says(report, locker_line(second, "second")))
+			<< report;
+		destroy(mutex);
+	};
+
+	for (dump_function each : mutex_dumps) {
+		dump = each;
+		anywhere_under(&_zorvaMutexDbg.lock, round);
+	}
+}
+
+TEST_P(Interleaved, AReportOfTakenMutexesHasNoneThatWasGivenMeanwhile)
+{
+	const auto round = [this](const interrupted_call &interrupted) {
+		zorva_mutex *const mutex = create_mutex();
+		gate end;
+		const pid_t holder = fake::start_task("holder", [&] {
+			take(mutex);
+			end.wait();
+			let_go(mutex);
+		});
+		fake::run_others();
+		end.open();
+
+		const std::string report =
+			interrupted_report(interrupted, zorva_mutex_dump);
+		settle();
+
+		EXPECT_EQ(says(report, "Index     : "),
+			  says(report, locker_line(holder, "holder")))
+			<< report;
+		EXPECT_FALSE(says(report, "Status    : Give")) << report;
+		destroy(mutex);
+	};
+
+	anywhere_under(&_zorvaMutexDbg.lock, round);
+}
+
+TEST_P(Interleaved, AReportShowsAMutexAsTakenByWhomHasTakenIt)
+{
+	zorva_mutex *const mutex = create_mutex();
+	const std::string ours = locker_line(zk_current_pid(), "main");
+
+	for (dump_function dump : mutex_dumps) {
+		anywhere([&](const interrupted_call &interrupted) {
+			std::string report;
+
+			fake::start_task("before", [mutex] {
+				take(mutex);
+				give(mutex);
+			});
+			fake::run_others();
+			fake::start_task("reader", [&report, dump] {
+				report = whole_report(dump);
+			});
+
+			interrupted(zorva_mutex_take_track, owner, mutex,
+				    "caller.c", 11);
+			settle();
+
+			EXPECT_EQ(says(report, "Status    : Take\n"),
+				  says(report, ours))
+				<< report;
+			EXPECT_EQ(says(report, "Locker    : "),
+				  says(report, ours))
+				<< report;
+			give(mutex);
+		});
+	}
+	destroy(mutex);
+}
+
+TEST_P(Interleaved, AReportOfTakenSemaphoresHasNoneThatWasGivenMeanwhile)
+{
+	const auto round = [](const interrupted_call &interrupted) {
+		zorva_sem *const sem =
+			zorva_sem_create_track(owner, "s", 1, "caller.c", 7);
+		zorva_sem_take_track(owner, sem, 0, "caller.c", 11);
+		/* As a give does once it has been recorded. */
+		fake::start_task("giver", [sem] {
+			up(&sem->semaphore);
+		});
+
+		const std::string report =
+			interrupted_report(interrupted, zorva_sem_dump);
+		settle();
+
+		EXPECT_FALSE(says(report, "Status    : Give")) << report;
+		zorva_sem_destroy_track(owner, sem, "caller.c", 9);
+		reports();
+	};
+
+	anywhere_under(&_zorvaSemDbg.lock, round);
 }

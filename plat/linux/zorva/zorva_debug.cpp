@@ -3,7 +3,8 @@
  * The path of every report, from the place that makes it to the firmware's
  * debug-print function. All other sources stand on this one.
  *
- * There is no lock: the function is stored once, by a plain test and store.
+ * There is no lock: the function is stored once, in one step, and others see
+ * what was written before.
  */
 #include "zorva_debug.h"
 
@@ -21,14 +22,14 @@ constexpr size_t report_size = 257;
 	char text[report_size] = {};
 
 	vsnprintf(text, sizeof(text), format, args);
-	_sys_dbg_pr_fn(ZORVA_COMPONENT_SELF, -1, level, site.file, site.func,
-		       site.line, "%s", text);
+	load_acquire(_sys_dbg_pr_fn)(ZORVA_COMPONENT_SELF, -1, level, site.file,
+				     site.func, site.line, "%s", text);
 }
 
 /* The function stays once it is there, so nothing is formatted for nobody. */
 void print(u32 level, const debug_site &site, const char *format, va_list args)
 {
-	if (_sys_dbg_pr_fn)
+	if (read_once(_sys_dbg_pr_fn))
 		hand_over(level, site, format, args);
 }
 

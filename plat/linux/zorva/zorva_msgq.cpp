@@ -325,7 +325,11 @@ namespace
 
 /* What the report shows of a queue. */
 struct queue_view {
-	msg_ring ring;
+	u32 component;
+	u32 maxDepth;
+	u32 msgSize;
+	s32 currDepth;
+	s32 maxSeen;
 	char name[sizeof(zorva_msg_queue::name)];
 };
 
@@ -357,26 +361,28 @@ void copy_queue(void *copy, void *listed)
 	auto &view = *static_cast<queue_view *>(copy);
 	const auto *const queue = static_cast<const zorva_msg_queue *>(listed);
 
-	/* The queue's lock is not held. */
-	const s32 depth = load_acquire(ring_of(queue).currDepth);
+	const msg_ring &ring = ring_of(queue);
 
-	view.ring = ring_of(queue);
-	view.ring.currDepth = depth;
+	view.component = ring.component;
+	view.maxDepth = ring.maxDepth;
+	view.msgSize = ring.msgSize;
+	/* The queue's lock is not held. */
+	view.currDepth = load_acquire(ring.currDepth);
+	view.maxSeen = read_once(ring.maxSeen);
 	memcpy(view.name, queue->name, sizeof(view.name));
 }
 
 bool print_queue(struct seq_file *seq, const void *copy)
 {
 	const auto &view = *static_cast<const queue_view *>(copy);
-	const msg_ring &ring = view.ring;
 
 	zorva_proc_printf(seq, "Queue Name   : %.33s\n", view.name);
-	zorva_proc_printf(seq, "Component ID : %u (%s)\n", ring.component,
-			  _componentName[ring.component]);
-	zorva_proc_printf(seq, "Msg Size     : %u bytes\n", ring.msgSize);
-	zorva_proc_printf(seq, "Max Depth    : %u\n", ring.maxDepth);
-	zorva_proc_printf(seq, "Curr Depth   : %d\n", ring.currDepth);
-	zorva_proc_printf(seq, "Max Seen     : %d\n\n", ring.maxSeen);
+	zorva_proc_printf(seq, "Component ID : %u (%s)\n", view.component,
+			  _componentName[view.component]);
+	zorva_proc_printf(seq, "Msg Size     : %u bytes\n", view.msgSize);
+	zorva_proc_printf(seq, "Max Depth    : %u\n", view.maxDepth);
+	zorva_proc_printf(seq, "Curr Depth   : %d\n", view.currDepth);
+	zorva_proc_printf(seq, "Max Seen     : %d\n\n", view.maxSeen);
 	return true;
 }
 

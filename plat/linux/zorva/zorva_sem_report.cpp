@@ -6,11 +6,13 @@
  * shows while it holds that, and prints it afterwards; when there is no memory
  * for the copies, it holds the registry for the whole walk. It takes no
  * object's own lock: status, locker and count are read while others may be
- * changing them.
+ * changing them. Where those may come in between, what is shown of an object is
+ * of one moment all the same.
  */
 #include "zorva_sem.h"
 #include "zorva_atomic.h"
 #include "zorva_clock.h"
+#include "zorva_guard.h"
 #include "zorva_snapshot.h"
 #include "zorva/components.h"
 
@@ -45,8 +47,14 @@ constexpr lock_registry<zorva_sem> &registry_of()
 	return _zorvaSemDbg;
 }
 
+/*
+ * Where others may come in between, a mutex is taken once its holder has been
+ * noted, and until he is about to let it go.
+ */
 bool is_locked(zorva_mutex *mutex)
 {
+	if (zk_interleaves())
+		return atomic_read(mutex->takeCount) != 0;
 	return mutex_is_locked(&mutex->mutex);
 }
 
@@ -78,9 +86,28 @@ struct lock_view {
 	entry_view history[history_slots];
 };
 
+/*
+ * Where others may come in between: nobody is noted as the holder meanwhile.
+ * The list of those that are taken has found it taken; it may have been given
+ * since.
+ */
+void copy_state_at_once(lock_view &view, zorva_mutex *mutex, bool detail)
+{
+	const interleave_guard lock(_zorvaLockDbgLck);
+
+	view.locked = !detail || is_locked(mutex);
+	view.shows_locker = view.locked;
+	view.locker = atomic_read(mutex->lockerPid);
+	memcpy(view.lockerName, mutex->lockerName, sizeof(view.lockerName));
+}
+
 /* Tested afresh each time, after the locker was read: it may change. */
 void copy_state(lock_view &view, zorva_mutex *mutex, bool detail)
 {
+	if (zk_interleaves()) {
+		copy_state_at_once(view, mutex, detail);
+		return;
+	}
 	view.locker = atomic_read(mutex->lockerPid);
 	view.locked = is_locked(mutex);
 	view.shows_locker = !detail || is_locked(mutex);
@@ -88,9 +115,9 @@ void copy_state(lock_view &view, zorva_mutex *mutex, bool detail)
 }
 
 /* A semaphore does not know who holds it. */
-void copy_state(lock_view &view, const zorva_sem *sem, bool)
+void copy_state(lock_view &view, const zorva_sem *sem, bool detail)
 {
-	view.locked = is_locked(sem);
+	view.locked = (zk_interleaves() && !detail) || is_locked(sem);
 	view.shows_locker = false;
 }
 
@@ -214,10 +241,11 @@ constexpr report_source objects = {
 
 /* Prints all active objects, or those of them that are locked. */
 void print_report(struct seq_file *seq, const report_source &source,
-		  u32 initialised, const char *title, const char *kind,
+		  const u32 &initialised, const char *title, const char *kind,
 		  bool detail)
 {
-	if (!initialised)
+	/* The first object may just be being made. */
+	if (!load_acquire(initialised))
 		return;
 
 	zorva_proc_printf(seq, "\n");
