@@ -118,7 +118,7 @@ build()
 	printf '%s\n' "include \$(src)/$own" \
 		"include \$(ZORVA)/plat/linux/zorva.mk" >"$copy/Kbuild"
 	make -C "$kernel" M="$copy" ARCH="$arch" CROSS_COMPILE="$cross" \
-		${clang:+LLVM=1} -j"$(jobs)" KCFLAGS=-g ZORVA="$zorva" \
+		${clang:+LLVM=$clang} -j"$(jobs)" KCFLAGS=-g ZORVA="$zorva" \
 		${ZORVA_COMPONENTS:+ZORVA_COMPONENTS="$ZORVA_COMPONENTS"} \
 		KBUILD_EXTRA_SYMBOLS="${symbols[*]}" modules 2>&1 |
 		name_original "$from" "$copy"

@@ -84,7 +84,8 @@ for group in "$@"; do
 		packages+=(make gcc g++ libc6-dev gcc-aarch64-linux-gnu
 			g++-aarch64-linux-gnu libc6-dev-arm64-cross
 			flex bison bc xz-utils bzip2 patch dpkg-dev cpio
-			libelf-dev libssl-dev qemu-system-arm qemu-system-x86)
+			libelf-dev libssl-dev qemu-system-arm qemu-system-x86
+			clang-19 lld-19 llvm-19 dwarves)
 		;;
 	bench)
 		packages+=(gnuplot-nox)

@@ -250,8 +250,9 @@ modules_in_order()
 # kernel_facts TREE
 #
 # Says what a kernel tree was built for, and with: sets line, version, arch,
-# cross (the prefix of the compiler), clang ("y" or empty) and image (what is
-# booted, in the tree). A tree that does not say is one for the board.
+# cross (the prefix of the compiler), clang (what make's LLVM= is, or empty) and
+# image (what is booted, in the tree). A tree that does not say is one for the
+# board.
 # shellcheck disable=SC2034 # used where this is sourced
 kernel_facts()
 {

@@ -77,7 +77,7 @@ kbuild()
 	shift
 
 	make -C "$kernel" M="$copy/$dir" ARCH="$arch" \
-		CROSS_COMPILE="$cross" ${clang:+LLVM=1} -j"$(jobs)" KCFLAGS=-g \
+		CROSS_COMPILE="$cross" ${clang:+LLVM=$clang} -j"$(jobs)" KCFLAGS=-g \
 		${ZORVA_COMPONENTS:+ZORVA_COMPONENTS="$ZORVA_COMPONENTS"} \
 		"$@" modules
 }

@@ -75,7 +75,9 @@ endif
 
 # The kernel knows no C++ compiler of its own.
 ifdef CONFIG_CC_IS_CLANG
-CXX := $(patsubst %clang,%clang++,$(firstword $(CC)))
+cxx-clang := $(firstword $(CC))
+CXX := $(subst $(notdir $(cxx-clang)),$(subst clang,clang++,$(notdir \
+	$(cxx-clang))),$(cxx-clang))
 else
 CXX := $(CROSS_COMPILE)g++
 endif
@@ -95,8 +97,14 @@ cxx-flags = $(filter-out $(cxx-drop), $(NOSTDINC_FLAGS) $(cxx-isystem) \
 	-fno-threadsafe-statics -fno-use-cxa-atexit \
 	-fno-asynchronous-unwind-tables -fno-unwind-tables \
 	-Wall -Wextra -Wno-unused-parameter -Wvla \
-	-fno-delete-null-pointer-checks -fno-strict-aliasing -fwrapv \
-	-D__KERNEL__ -DMODULE $(cxxflags-y)
+	-fno-delete-null-pointer-checks -fno-strict-aliasing \
+	$(if $(CONFIG_CC_IS_CLANG),-fno-strict-overflow,-fwrapv) \
+	-D__KERNEL__ -DMODULE $(cxx-no-debug) $(cxxflags-y)
+
+# The kernel's tool that makes types for BPF of a module's debug information
+# gives up at that of C++, and is there with the kernel's own types only.
+cxx-no-debug = $(if $(CONFIG_DEBUG_INFO_BTF_MODULES),$(if $(wildcard \
+	$(objtree)/vmlinux),-g0))
 
 # The compiler's own headers, which kernels of 5.16 and later shut out.
 ifeq ($(filter -isystem,$(NOSTDINC_FLAGS)),)

@@ -53,7 +53,7 @@ while [ $# -gt 0 ]; do
 		declare "${1#--}=$2"
 		shift
 		;;
-	--clang) clang=y ;;
+	--clang) clang=-19 ;;
 	--with)
 		[ -f "${2-}" ] || die "--with: no such file: ${2-}"
 		with+=("$2")
@@ -123,10 +123,12 @@ esac
 [ "$arch" = mips ] || fragments+=("$here/$arch.config")
 fragments+=("${with[@]}")
 
+# The release's own clang is too old: calls through pointers are checked from 16
+# on, and the newest kernels want 17.
 if [ -n "$clang" ]; then
-	compiler=clang
-	command -v clang ld.lld >/dev/null ||
-		die "no clang and ld.lld: run target/install-deps.sh kernels"
+	compiler=clang$clang
+	command -v "clang++$clang" "ld.lld$clang" "llvm-ar$clang" >/dev/null ||
+		die "no clang$clang: run target/install-deps.sh kernels"
 else
 	compiler=${cross}gcc
 	need_cross_compiler "$cross"
@@ -218,7 +220,7 @@ apply_patch()
 kmake()
 {
 	make -C "$work/linux" ARCH="$arch" CROSS_COMPILE="$cross" \
-		${clang:+LLVM=1} \
+		${clang:+LLVM=$clang} \
 		KBUILD_BUILD_USER=zorva KBUILD_BUILD_HOST=target \
 		KBUILD_BUILD_TIMESTAMP='2024-08-01 00:00:00 UTC' "$@"
 }

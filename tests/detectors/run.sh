@@ -95,7 +95,7 @@ build_copy()
 	cp -r "$ZORVA_BUILD/target/plat" "$ZORVA_BUILD/target/tests" "$copy/"
 	"$1"
 	make -C "$KERNEL_BUILD" M="$copy/plat/linux/zorva" ARCH="$arch" \
-		CROSS_COMPILE="$cross" ${clang:+LLVM=1} KCFLAGS=-g modules
+		CROSS_COMPILE="$cross" ${clang:+LLVM=$clang} KCFLAGS=-g modules
 }
 
 write_scenario()

@@ -610,5 +610,14 @@ EXPORT_SYMBOL(zorva_time_mdelay);
 EXPORT_SYMBOL(zorva_netevent_ntfy_register);
 EXPORT_SYMBOL(zorva_netevent_ntfy_unregister);
 
+#ifdef CONFIG_X86_KERNEL_IBT
+/*
+ * Where nobody names a function, objtool takes away what a call through a
+ * pointer has to land at; the kernel calls these two, which are in C++.
+ */
+__ADDRESSABLE(init_module)
+__ADDRESSABLE(cleanup_module)
+#endif
+
 MODULE_LICENSE("GPL");
 MODULE_DESCRIPTION("ZORVA Module");
