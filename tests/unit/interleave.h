@@ -78,7 +78,8 @@ private:
 
 /*
  * Makes a round for each such instruction of a call, which others come in
- * before. Returns how many there were.
+ * before; of a very great number only for some, evenly spread. A round in which
+ * nobody comes in is the first. Returns how many there were.
  */
 unsigned int
 interrupt_anywhere(interleave::others who,

@@ -143,7 +143,15 @@ void LockReportTest::holds_without_memory(int (*dump)(struct seq_file *seq),
 	EXPECT_EQ(zk_sema_count(&lock), 1u);
 }
 
-class MutexReport : public LockReportTest {};
+class MutexReport : public LockReportTest {
+protected:
+	/* Only what was used is shown. */
+	static void use(zorva_mutex *mutex)
+	{
+		take(mutex, 10);
+		give(mutex, 20);
+	}
+};
 
 class SemaphoreReport : public LockReportTest {};
 
@@ -503,6 +511,47 @@ TEST_F(MutexReport, CountsAllAsTheyWereWhenTheyWereCopied)
 	EXPECT_TRUE(run.text.ends_with(
 		"\nTotal number of Mutex: 2 (active 1)\n\n"));
 	give(mutexes[0], 20);
+}
+
+/* There is room for 64 that come between the count and the copy. */
+TEST_F(MutexReport, IsPrintedWithTheRegistryHeldWhenManyComeThreeTimes)
+{
+	unsigned int tries = 0;
+	use(mutex("first"));
+	fake::before_kvmalloc([&] {
+		for (int i = 0; i < 65; ++i)
+			use(mutex("new"));
+		++tries;
+	});
+
+	const report_run run = run_report(zorva_mutex_dump_detail, 1 << 20);
+
+	EXPECT_EQ(tries, 3u);
+	ASSERT_GT(run.prints.size(), 196u);
+	for (size_t i = 5; i < run.prints.size() - 1; ++i)
+		EXPECT_TRUE(run.prints[i].at.has_taken(&_zorvaMutexDbg.lock))
+			<< run.prints[i].text;
+	EXPECT_NE(run.text.find(": 196 (active 196)"), std::string::npos);
+	EXPECT_EQ(zk_sema_count(&_zorvaMutexDbg.lock), 1u);
+}
+
+TEST_F(MutexReport, IsCopiedInTheNextTryWhenManyComeOnce)
+{
+	unsigned int tries = 0;
+	use(mutex("first"));
+	fake::before_kvmalloc([&] {
+		for (int i = 0; i < 65 && !tries; ++i)
+			use(mutex("new"));
+		++tries;
+	});
+
+	const report_run run = run_report(zorva_mutex_dump_detail, 1 << 20);
+
+	EXPECT_EQ(tries, 2u);
+	ASSERT_GT(run.prints.size(), 66u);
+	for (const fake::seq_print &each : run.prints)
+		EXPECT_FALSE(each.at.has_taken(&_zorvaMutexDbg.lock));
+	EXPECT_NE(run.text.find(": 66 (active 66)"), std::string::npos);
 }
 
 TEST_F(MutexReport, ReadsTheTimeBeforeItTakesTheRegistry)

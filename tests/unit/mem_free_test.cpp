@@ -577,6 +577,21 @@ TEST_F(FreeCleanup, GivesTheBlockBackAndForgetsIt)
 	EXPECT_TRUE(fake::heap_calls().back().at.may_sleep());
 }
 
+TEST_F(FreeCleanup, FreesABlockWithADamagedOwnerFromNobodysAccount)
+{
+	void *block = allocate(10);
+	const zorva_mem_usage_t before = usage(owner);
+
+	header(block)->compId = 57;
+	zorva_free_cleanup(&block);
+
+	EXPECT_EQ(all_reports(), "");
+	EXPECT_EQ(block, nullptr);
+	EXPECT_EQ(usage(owner), before);
+	EXPECT_EQ(_pZorvaMallocMemList, nullptr);
+	EXPECT_EQ(frees(), 1u);
+}
+
 TEST_F(FreeCleanup, MarksUnlinksAndCountsABlockUnderTheLock)
 {
 	retires_under_the_lock([](void *block) {

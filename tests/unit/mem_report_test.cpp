@@ -514,6 +514,41 @@ TEST_F(DetailedReport, ReadsNoGuardOfComponentsThatItDoesNotShow)
 	zorva_free_track(owner, block, "caller.c", 8);
 }
 
+/* Its blocks are copied in another way when there is a filter. */
+TEST_F(DetailedReport, ShowsTheSameOfAComponentWithAndWithoutAFilter)
+{
+	char *const whole = allocate(10);
+	char *const torn = allocate(10);
+	char *const begun = allocate(10);
+	char *const idle = allocate(10);
+	char *const nobodys = allocate(10);
+	guard(torn) = 1;
+	header(begun)->startMagic = 0;
+	header(idle)->inUse = 0;
+	header(nobodys)->compId = 57;
+	const std::string all = fake::read_report("zorva/zorva.mem.detail");
+
+	zorva_mem_write_detail("PORT");
+	const std::string filtered =
+		fake::read_report("zorva/zorva.mem.detail");
+
+	EXPECT_EQ(filtered, all);
+	for (char *block : { whole, torn, begun, idle, nobodys })
+		EXPECT_EQ(filtered.find(fake::format(" %px - ", block)) !=
+				  std::string::npos,
+			  block == whole);
+	for (char *block : { whole, torn, begun, idle, nobodys })
+		EXPECT_EQ(filtered.find(fake::format("corruption 0x%px ",
+						     header(block))) !=
+				  std::string::npos,
+			  block == torn || block == begun);
+
+	zorva_mem_write_detail("all");
+	zorva_free_track(owner, whole, "caller.c", 8);
+	for (char *block : { torn, begun, idle, nobodys })
+		leave(block);
+}
+
 TEST_F(DetailedReport, ShowsWhatTheFilterWasWhenItBegan)
 {
 	char *const block = allocate(10);
@@ -677,10 +712,18 @@ TEST_F(CrowdedReport, EndsTheCopyOfAListThatLeadsBack)
 			header(block)->inUse = tries != 2;
 	});
 
-	EXPECT_EQ(blocks_shown(), 3u);
+	for (const char *filter : { "all", "PORT" }) {
+		const size_t before = copies(fake::heap_call::kvallocated);
 
-	EXPECT_EQ(copies(fake::heap_call::kvallocated), 3u);
-	EXPECT_TRUE(fake::seq_prints().back().at.may_sleep());
+		tries = 0;
+		zorva_mem_write_detail(filter);
+		EXPECT_EQ(blocks_shown(), 3u) << filter;
+
+		EXPECT_EQ(copies(fake::heap_call::kvallocated), before + 3u)
+			<< filter;
+		EXPECT_TRUE(fake::seq_prints().back().at.may_sleep());
+	}
+	zorva_mem_write_detail("all");
 }
 
 TEST_F(CrowdedReport, IsPrintedUnderTheLockWhenTheSizeOfACopyDoesNotFit)

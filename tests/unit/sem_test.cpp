@@ -685,9 +685,9 @@ TEST_F(SemaphoreHistory, ReadsTheTimeUnderTheRegistrysLock)
 
 TEST_F(SemaphoreHistory, IsWrittenUnderTheRegistrysLock)
 {
-	fake::set_uptime(5 * sec);
 	zorva_sem *const sem = create(0);
 	const std::string before = bytes_of(sem);
+	fake::set_uptime(5 * sec);
 
 	const auto [at_down, at_up] = bytes_at(registry_lock, sem, [&] {
 		zorva_sem_history_record(sem, 123, 7, "caller.c", 33);

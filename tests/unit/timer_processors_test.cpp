@@ -193,6 +193,46 @@ TYPED_TEST(TimerOnProcessors, RunsAfterARefreshThatMeetsAnExpiry)
 		  some_rounds);
 }
 
+/* Nor may a refresh wait that has interrupts off. */
+TYPED_TEST(TimerOnProcessors, IsNotExpiredByAnExpiryThatARefreshHasOvertaken)
+{
+	const u32 id = this->make();
+
+	EXPECT_GE(interrupt_anywhere(interleave::others::processors,
+				     [&](const interrupted_call &interrupted) {
+					     expiries.clear();
+					     this->start(id, 10);
+					     this->expiring_processor();
+
+					     {
+						     const fake::interrupts_off
+							     off;
+
+						     EXPECT_EQ(interrupted(TypeParam::
+										   refresh,
+									   this->owner,
+									   &id,
+									   500,
+									   "caller.c",
+									   30),
+							       ok);
+					     }
+
+					     fake::run_others();
+					     ASSERT_EQ(this->newest()->running,
+						       1u);
+					     ASSERT_TRUE(fake::is_pending(
+						     &this->newest()->timer));
+					     const size_t calls =
+						     expiries.size();
+					     ASSERT_LE(calls, 1u);
+					     fake::sleep_for(sec);
+					     ASSERT_EQ(expiries.size(),
+						       calls + 1);
+				     }),
+		  some_rounds);
+}
+
 TYPED_TEST(TimerOnProcessors, EndsEachStartWithACallbackOrAStop)
 {
 	const u32 id = this->make();
@@ -253,8 +293,12 @@ TYPED_TEST(TimerOnProcessors, IsStoppedInItsOwnCallbackWithoutAWait)
 TYPED_TEST(TimerOnProcessors, IsNotFoundByAnIdThatNobodyHas)
 {
 	this->make();
-	const u32 unknown = 2;
 
-	EXPECT_EQ(this->stop(unknown), not_found);
+	EXPECT_EQ(this->stop(2), not_found);
+	/* It has the place of the first in the table. */
+	EXPECT_EQ(this->stop(TypeParam::limit + 1), not_found);
+	TypeParam::list()->magic = 0;
+	EXPECT_EQ(this->stop(1), not_found);
+	TypeParam::list()->magic = 0xDEADBEEF;
 	EXPECT_EQ(this->stop(1), ok);
 }
