@@ -62,6 +62,9 @@ OWNER = re.compile(r"\bcompId\b|\b\w+(?:->|\.)(?:component|compId)\b|" + SELF)
 SPIN_LOCKS = ("_mallocMemLck", "_zorvaLockDbgLck", "_zorvaThreadLock",
               "_zorvaTimerLock", "_waitListLck")
 
+# A constant that is defined in one line.
+CONSTANT = re.compile(r"(?:static |inline )*constexpr [\w ]+ (\w+) = [^{]*;")
+
 # What a declaration starts with: without it nothing would compile.
 DECLARATION = re.compile(
     r"(?:\[\[|(?:const|constexpr|constinit|auto|static|struct|enum|using|"
@@ -147,8 +150,12 @@ class Source:
         i = head = 0
         while i < len(self.tokens):
             text = self.tokens[i].text
-            if text == "{":
-                words = [t.text for t in self.tokens[head:i]]
+            if text == "{" and self.tokens[i - 1].text == "=":
+                # An initialiser, perhaps a parameter's.
+                i = self.partner[i]
+            elif text == "{":
+                begin = self.behind_template(head)
+                words = [t.text for t in self.tokens[begin:i]]
                 if "(" in words and "=" not in words[:words.index("(")]:
                     self.functions.append(
                         (head, self.partner[i], self.head_name(head, i)))
@@ -159,6 +166,17 @@ class Source:
             elif text in (";", "}"):
                 head = i + 1
             i += 1
+
+    def behind_template(self, head):
+        """Where a declaration goes on after the parameters of its template."""
+        depth = 0
+        if self.tokens[head].text != "template":
+            return head
+        for i in range(head + 1, len(self.tokens)):
+            depth += {"<": 1, ">": -1}.get(self.tokens[i].text, 0)
+            if depth == 0:
+                return i + 1
+        return head
 
     def head_name(self, head, end):
         """The name before the parameters, which the body follows."""
@@ -195,6 +213,19 @@ class Source:
             key = (self.function_of.get(number, "-"), line.strip())
             seen[key] += 1
             self.which_of[number] = f" ({seen[key]})" if seen[key] > 1 else ""
+
+    def constant_at(self, number):
+        """The constant that a line outside of functions defines, or None."""
+        match = CONSTANT.match(self.lines[number - 1])
+        return match and match[1]
+
+    def uses_of(self, name):
+        """The lines that name something, but for that of its definition."""
+        for token in self.tokens:
+            if token.text == name and token.kind == "name":
+                number = self.number_of(token.start)
+                if self.constant_at(number) != name:
+                    yield number
 
     def add(self, kind, start, end, text):
         """Notes the change, unless it is another one's."""

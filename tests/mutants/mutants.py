@@ -122,7 +122,7 @@ class Program:
         objects = []
         for path in self.build.commands:
             if (path in self.build.module or "googletest" in path.parts
-                    or path.name.startswith("cmake_pch")):
+                    or path.name.startswith(("cmake_pch", "text_"))):
                 continue
             # The tests of the tables compile the module themselves.
             if path.name == "comp_test.cpp":
@@ -136,12 +136,16 @@ class Program:
                   *self.build.directory.glob("lib/libgtest*.a")])
 
     def link(self, changed):
-        """Links the module; its own functions are called by it."""
+        """Links the module, with what tells the tests where its text lies; its
+        own functions are called by it."""
         counted = ["--coverage"] if self.module is not self.build else []
+        begin, end = (self.build.object_of(
+            self.build.directory / f"text_{end}.cpp")
+            for end in ("begin", "end"))
         self.run(["g++", "-m32", "-shared", "-fsanitize=address,undefined",
                   *counted, "-Wl,-Bsymbolic-functions", "-o", self.shared,
-                  *(changed.get(path, out)
-                    for path, out in self.objects.items())])
+                  begin, *(changed.get(path, out)
+                           for path, out in self.objects.items()), end])
 
     def run(self, words):
         done = subprocess.run(words, capture_output=True, text=True,
@@ -327,19 +331,42 @@ class Reach:
         return (test, {file: sorted(each) for file, each in lines.items()},
                 {file: sorted(each) for file, each in reached.items() if each})
 
-    def tests_of(self, change, source):
+    def tests_of(self, change, sources):
         """The tests that a change may matter to."""
-        number = change.number
-        span = source.span_of.get(number)
-        known = self.lines[change.file]
-        if not span or not any(self.reached_by[change.file, each]
-                               for each in span if each in known):
-            # A constant, or what only the compiler runs.
-            return set(self.tests)
+        source = sources[change.file]
+        if source.span_of.get(change.number):
+            tests = self.tests_at(change.file, source, change.number)
+        else:
+            tests = self.tests_with(source.constant_at(change.number), sources)
+        # What only the compiler runs may matter to all.
+        return set(self.tests) if tests is None else tests
+
+    def tests_at(self, file, source, number):
+        """The tests that reach a line of a function; None when it is one that
+        only the compiler runs."""
+        known = self.lines[file]
+        span = source.span_of[number]
+        if not any(self.reached_by[file, each]
+                   for each in span if each in known):
+            return None
         # The rest of a statement is counted with its beginning.
         while number > span.start and number not in known:
             number -= 1
-        return self.reached_by[change.file, number]
+        return self.reached_by[file, number]
+
+    def tests_with(self, constant, sources):
+        """The tests that reach a line with a constant; None when another
+        declaration has it."""
+        tests = set()
+        for file, source in sources.items():
+            for number in source.uses_of(constant):
+                if not source.span_of.get(number):
+                    return None
+                found = self.tests_at(file, source, number)
+                if found is None:
+                    return None
+                tests |= found
+        return tests or None
 
 
 class Equivalents:
@@ -415,7 +442,7 @@ class Trial:
 
     def orders_for(self, change):
         """The tests to run: who noticed before, then the most specific."""
-        tests = self.reach.tests_of(change, self.sources[change.file])
+        tests = self.reach.tests_of(change, self.sources)
         near = self.reach.reached_in[change.file]
         seconds = self.reach.seconds
         with self.lock:
@@ -554,7 +581,7 @@ def main():
         workers = list(pool.map(lambda n: Worker(unit, work / f"worker{n}"),
                                 range(options.jobs)))
     reached = [change for change in drawn
-               if reach.tests_of(change, sources[change.file])]
+               if reach.tests_of(change, sources)]
     say(f"{len(candidates)} changes, {len(reached)} of them wanted and "
         f"reached; seed {options.seed}")
 

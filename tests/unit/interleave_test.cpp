@@ -425,7 +425,9 @@ TEST_P(Interleaved, AReportShowsNoDepthAboveTheHighest)
 		zorva_msg_queue_create_track(owner, "q", 1000, 4, "caller.c",
 					     12);
 
-	anywhere([queue](const interrupted_call &interrupted) {
+	u32 sent = 0;
+
+	anywhere([queue, &sent](const interrupted_call &interrupted) {
 		int depth = 0, highest = 0;
 		std::string shown;
 
@@ -445,6 +447,8 @@ TEST_P(Interleaved, AReportShowsNoDepthAboveTheHighest)
 				 &highest),
 			  2);
 		EXPECT_LE(depth, highest);
+		EXPECT_EQ(zorva_msg_queue_depth(owner, queue),
+			  static_cast<s32>(++sent));
 	});
 	zorva_msg_queue_delete_track(owner, queue);
 	reports();

@@ -2,6 +2,9 @@
 /* Tracked mutexes: their history, and who holds them. */
 #include "mutex_fixture.h"
 
+#include <string.h>
+#include <sys/mman.h>
+
 namespace
 {
 
@@ -73,11 +76,53 @@ TEST_F(MutexHistory, KeepsAnyLineAndAnyAction)
 
 	zorva_mutex_history_record(mutex, 7, "caller.c", 0xFFFFFFFF);
 	EXPECT_EQ(mutex->locked, 6u);
+	fake::set_uptime(5 * sec);
 	zorva_mutex_history_record(mutex, 0, "caller.c", 0);
 	EXPECT_EQ(mutex->locked, 1u);
+	EXPECT_EQ(mutex->history[2].time, 5u);
 
 	EXPECT_EQ(history(mutex), texts{ "7 caller.c:4294967295 at 0" });
 	EXPECT_EQ(mutex->historyHead, 2);
+	destroy(mutex);
+}
+
+TEST_F(MutexHistory, ReadsAFileNoFurtherThanTheWordWithItsEnd)
+{
+	const size_t page = 4096;
+	void *const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE,
+				 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+	zorva_mutex *const mutex = create();
+
+	ASSERT_NE(pages, MAP_FAILED);
+	char *const end = static_cast<char *>(pages) + page;
+	ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+	for (size_t length = 0; length < 20; ++length) {
+		const std::string name(length, 'x');
+		char *const file = end - (length / 4 + 1) * 4;
+
+		strcpy(file, name.c_str());
+		zorva_mutex_history_record(mutex, 0, file, 1);
+
+		EXPECT_EQ(mutex->history[mutex->historyHead].file,
+			  name.substr(0, 15));
+	}
+	destroy(mutex);
+}
+
+TEST_F(MutexHistory, KeepsBytesOfEveryValueOfAFile)
+{
+	zorva_mutex *const mutex = create();
+
+	for (int byte = 1; byte < 256; ++byte) {
+		const std::string name(15, static_cast<char>(byte));
+		alignas(4) char file[16];
+
+		strcpy(file, name.c_str());
+		zorva_mutex_history_record(mutex, 0, file, 1);
+
+		EXPECT_EQ(mutex->history[mutex->historyHead].file, name)
+			<< byte;
+	}
 	destroy(mutex);
 }
 

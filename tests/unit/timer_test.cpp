@@ -882,6 +882,21 @@ TYPED_TEST(Timer, IsReportedWithThoseThatWereMadeWhileMemoryWasTaken)
 	EXPECT_EQ(run.prints.size(), 6u);
 }
 
+TYPED_TEST(Timer, IsReportedWithNumbersWithoutASign)
+{
+	this->make(0xFFFFFFFF);
+	auto *const timer = this->newest();
+	timer->timerId = 0xFFFFFFFE;
+	timer->period = 0xFFFFFFFD;
+	timer->running = 0xFFFFFFFC;
+	timer->startLine = 0xFFFFFFFB;
+
+	EXPECT_EQ(file_text(TypeParam::entry),
+		  std::string(timer_report_header) +
+			  "PORT       4294967294429496729542949672934294967292"
+			  ", 4294967291\n");
+}
+
 TYPED_TEST(Timer, IsNeitherFoundNorReportedWithoutARecord)
 {
 	USING_FIXTURE;
