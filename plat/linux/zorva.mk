@@ -99,6 +99,7 @@ cxx-flags = $(filter-out $(cxx-drop), $(NOSTDINC_FLAGS) $(cxx-isystem) \
 	-Wall -Wextra -Wno-unused-parameter -Wvla \
 	-fno-delete-null-pointer-checks -fno-strict-aliasing \
 	$(if $(CONFIG_CC_IS_CLANG),-fno-strict-overflow,-fwrapv) \
+	$(if $(CONFIG_ARM64),-mno-outline-atomics) \
 	-D__KERNEL__ -DMODULE $(cxx-no-debug) $(cxxflags-y)
 
 # The kernel's tool that makes types for BPF of a module's debug information

@@ -43,6 +43,8 @@ matrix()
 -|newest|x86_64|kcsan|--with target/kernel/kcsan.config||suites|KCSAN
 -|6.12|arm64|preempt|||test|none
 -|newest|arm64|preempt|||test|none
+-|newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||test|none; CFI, IBT, retpolines, BTF, MODVERSIONS
+-|6.12|arm64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-arm64.config||test|none; CFI, BTI, PAC, MODVERSIONS
 +|packaged|x86_64|debian|||run|none; Debian's own kernel package
 +|packaged|x86_64|soak||--append preempt=full|soak|none; Debian's own kernel package
 END
@@ -150,7 +152,8 @@ facts_of()
 	! grep -q '^CONFIG_SMP=y' "$config" || processors=4
 	printf '%s | %s | %s | %s' "${version:-5.10}" "$processors" \
 		"$preemption" "$(sed -n \
-			's/^CONFIG_CC_VERSION_TEXT="\([^ ]*\).* \([^ ]*\)"$/\1 \2/p' \
+			-e 's/^CONFIG_CC_VERSION_TEXT=".*\(clang\) version \([^ ]*\).*/\1 \2/p' \
+			-e 's/^CONFIG_CC_VERSION_TEXT="\([^ ]*\).* \([^ ]*\)"$/\1 \2/p' \
 			"$config")"
 }
 
