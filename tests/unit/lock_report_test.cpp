@@ -513,6 +513,17 @@ TEST_F(MutexReport, CountsAllAsTheyWereWhenTheyWereCopied)
 	give(mutexes[0], 20);
 }
 
+TEST_F(MutexReport, GivesWayAfterTheMemoryForItsCopyAndAfterEach)
+{
+	use(mutex("first"));
+	use(mutex("second"));
+	const size_t before = fake::rests();
+
+	run_report(zorva_mutex_dump_detail, 4096);
+
+	EXPECT_EQ(fake::rests(), before + 1 + 2);
+}
+
 /* There is room for 64 that come between the count and the copy. */
 TEST_F(MutexReport, IsPrintedWithTheRegistryHeldWhenManyComeThreeTimes)
 {

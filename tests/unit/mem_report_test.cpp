@@ -489,6 +489,20 @@ TEST_F(DetailedReport, CopiesUnderTheLockAndPrintsWithoutIt)
 	zorva_free_track(owner, block, "caller.c", 8);
 }
 
+TEST_F(DetailedReport, GivesWayAfterTheMemoryForItsCopyAndAfterEachBlock)
+{
+	char *const first = allocate(1);
+	char *const second = allocate(1, other);
+	const size_t before = fake::rests();
+
+	fake::read_report("zorva/zorva.mem.detail");
+
+	EXPECT_EQ(fake::rests(), before + 1 + 2);
+
+	zorva_free_track(owner, first, "caller.c", 8);
+	zorva_free_track(other, second, "caller.c", 8);
+}
+
 TEST_F(DetailedReport, ReadsNoGuardOfComponentsThatItDoesNotShow)
 {
 	char *const wild = allocate(10, other);
@@ -701,11 +715,13 @@ TEST_F(CrowdedReport, CopiesNoMoreBlocksThanItHasRoomFor)
 TEST_F(CrowdedReport, EndsTheCopyOfAListThatLeadsBack)
 {
 	unsigned int tries = 0;
+	s64 now = 0;
 
 	arrive(3);
 	zorva_mem_block_hdr_t *const oldest = header(blocks.front());
 	zorva_mem_block_hdr_t *const newest = header(blocks.back());
 	fake::before_kvmalloc([&] {
+		fake::set_uptime(++now * sec);
 		oldest->next = ++tries < 3 ? newest : nullptr;
 		/* Neither does one without end of blocks not in use. */
 		for (void *block : blocks)
@@ -714,6 +730,7 @@ TEST_F(CrowdedReport, EndsTheCopyOfAListThatLeadsBack)
 
 	for (const char *filter : { "all", "PORT" }) {
 		const size_t before = copies(fake::heap_call::kvallocated);
+		const size_t read = fake::coarse_readings().size();
 
 		tries = 0;
 		zorva_mem_write_detail(filter);
@@ -721,6 +738,8 @@ TEST_F(CrowdedReport, EndsTheCopyOfAListThatLeadsBack)
 
 		EXPECT_EQ(copies(fake::heap_call::kvallocated), before + 3u)
 			<< filter;
+		/* The time is that of the copy. */
+		EXPECT_EQ(fake::coarse_readings().size(), read + 1) << filter;
 		EXPECT_TRUE(fake::seq_prints().back().at.may_sleep());
 	}
 	zorva_mem_write_detail("all");

@@ -46,6 +46,7 @@ struct processor {
 processor here;
 std::vector<const spinlock_t *> held_elsewhere;
 size_t locks_taken;
+size_t rests_taken;
 std::function<void(const void *)> lock_hook;
 std::function<void(const void *)> unlock_hook;
 
@@ -113,6 +114,7 @@ const fake::at_restart forget_locks([] {
 	fake_smp = false;
 	fake_preemption = false;
 	spins = 0;
+	rests_taken = 0;
 	locks_taken = 0;
 	lock_hook = nullptr;
 	unlock_hook = nullptr;
@@ -197,6 +199,11 @@ context current_context()
 	for (const held_lock &each : here.held)
 		now.locks.push_back(each.lock);
 	return now;
+}
+
+size_t rests()
+{
+	return rests_taken;
 }
 
 size_t spin_locks_taken()
@@ -329,6 +336,12 @@ void zk_spin_unlock_irqrestore(spinlock_t *lock, unsigned long flags)
 bool zk_may_wait(void)
 {
 	return !here.irqs_off && !zk_in_interrupt();
+}
+
+void zk_cond_resched(void)
+{
+	++rests_taken;
+	fake::might_sleep("cond_resched");
 }
 
 void zk_cpu_relax(void)

@@ -91,6 +91,8 @@ struct context {
 };
 
 context current_context();
+/* How often a task has offered to give way, in a long work. */
+size_t rests();
 /* How often any spin lock was taken. */
 size_t spin_locks_taken();
 /* Are called each time a spin lock was taken, and before it is given. */

@@ -316,11 +316,6 @@ void usleep_range(unsigned long min, unsigned long max)
 	fake::sleep_until(fake::now() + min * nsecs_per_usec, "usleep_range");
 }
 
-void zk_cond_resched(void)
-{
-	fake::might_sleep("cond_resched");
-}
-
 void yield(void)
 {
 	fake::record("yield");
