@@ -109,6 +109,49 @@ has_types_arm64()
 		{ before[1] = $1; before[2] = $2 }'
 }
 
+# The type that stands before each function: "FUNCTION HASH".
+types_of_x86_64()
+{
+	"${cross}objdump" -d --no-show-raw-insn "$1" | awk '
+		/^[0-9a-f]+ <__cfi_.*>:$/ {
+			name = substr($2, 8, length($2) - 9)
+			next
+		}
+		name && $2 == "mov" {
+			sub(/.*\$0x/, "")
+			sub(/,.*/, "")
+			print name, $0
+			name = ""
+		}'
+}
+
+types_of_arm64()
+{
+	"${cross}objdump" -d --no-show-raw-insn "$1" | awk '
+		/^[0-9a-f]+ <.*>:$/ && hash {
+			print substr($2, 2, length($2) - 3), hash
+		}
+		NF { hash = "" }
+		$2 == ".word" { hash = substr($3, 3) }'
+}
+
+# What C takes the type of a function for, that C++ has, is what C++ gives it.
+same_types()
+{
+	local dir=${object%/*}
+
+	[ "$object" != "$dir/zk.o" ] || return 0
+	awk 'NR == FNR { hash[$1] = $2; next }
+		$1 in hash && ++n && hash[$1] != $2 {
+			print $1 ": " $2 ", in C++ " hash[$1]
+		}
+		END { if (n < 50) print n " functions compared" }' \
+		<("types_of_$arch" "$object") \
+		<("${cross}nm" "$dir/zk.o" | sed -n \
+			's/^0*\([0-9a-f]*\) W __kcfi_typeid_/\1 /p' |
+			awk '{ print $2, $1 }')
+}
+
 # Who keeps the address that it returns to in memory has signed it.
 signs_returns()
 {
@@ -137,7 +180,7 @@ check()
 			passed=$((passed + 1))
 		else
 			say "FAILED: ${object##*/}: $what"
-			head -n 5 <<<"$found" >&2
+			head -n 20 <<<"$found" >&2
 			failed=$((failed + 1))
 		fi
 	done
@@ -146,6 +189,7 @@ check()
 for option in CFI CFI_CLANG; do
 	check "$option" "calls through pointers look at the type" \
 		"has_types_$arch"
+	check "$option" "types are those that C has" same_types
 done
 check X86_KERNEL_IBT "functions begin with a landing place" \
 	first_is '^endbr64'

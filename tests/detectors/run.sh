@@ -16,7 +16,7 @@ usage: run.sh [COUNTS]
 
   COUNTS  a file for "PASSED FAILED"
 
-Environment: KERNEL_BUILD (a kernel tree with KASAN, UBSAN or KCSAN).
+Environment: KERNEL_BUILD (a kernel tree with KASAN, UBSAN, KCSAN or CFI).
 END
 }
 
@@ -88,6 +88,20 @@ race()
 		'	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId]; ++usage.allocCount;'
 }
 
+# The kernel calls a function of the module's that has another type.
+called_by_another_type()
+{
+	plant zorva_lkm.cpp '	const int result = single_open_size(file, show, priv, buffer_size);' \
+		'	const int result = single_open_size(file, reinterpret_cast<int (*)(struct seq_file *, void *)>(make_directory), priv, buffer_size); (void)show;'
+}
+
+# The module calls a function of its own that has another type.
+call_of_another_type()
+{
+	plant zorva_lkm.cpp '	dump(seq);' \
+		'	reinterpret_cast<int (*)(struct seq_file *, int)>(dump)(seq, 1);'
+}
+
 build_copy()
 {
 	rm -rf "$copy"
@@ -111,6 +125,7 @@ for round in 1 2 3; do
 done
 [ ! -f $modules/zorva_soak.ko ] ||
 	insmod $modules/zorva_soak.ko seed=1 seconds=20
+cat /proc/zorva/zorva.mem
 END
 }
 
@@ -158,6 +173,11 @@ look shift_out_of_range UBSAN_SHIFT \
 # It takes several who allocate at the same time.
 look race KCSAN 'BUG: KCSAN: data-race in .*zorva_malloc_track' \
 	tests/soak/zorva_soak.ko
+# 6.18: the option has another name.
+cfi=CFI
+has_option CFI || cfi=CFI_CLANG
+look called_by_another_type "$cfi" 'CFI failure at seq_read_iter.*make_directory'
+look call_of_another_type "$cfi" 'CFI failure at .*run_dump.* \[zorva\] .*zorva_mem_dump'
 [ -z "$counts" ] || echo "$passed $failed" >"$counts"
 say "detectors: $passed reported, $failed not"
 [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]

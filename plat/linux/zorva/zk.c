@@ -615,8 +615,8 @@ EXPORT_SYMBOL(zorva_netevent_ntfy_unregister);
  * Where nobody names a function, objtool takes away what a call through a
  * pointer has to land at; the kernel calls these two, which are in C++.
  */
-__ADDRESSABLE(init_module)
-__ADDRESSABLE(cleanup_module)
+___ADDRESSABLE(init_module, __initdata)
+___ADDRESSABLE(cleanup_module, __exitdata)
 #endif
 
 MODULE_LICENSE("GPL");

@@ -19,8 +19,16 @@
 extern "C" {
 #endif
 
-/* The kernel's atomic integer. */
+/*
+ * The kernel's atomic integer. In C++ it has the same name there: a kernel may
+ * compare the types of who calls through a pointer and of who is called.
+ */
 #if defined(__KERNEL__) && !defined(__cplusplus)
+typedef atomic_t zorva_atomic_t;
+#elif defined(__KERNEL__)
+typedef struct {
+	s32 counter;
+} atomic_t;
 typedef atomic_t zorva_atomic_t;
 #else
 typedef struct {
