@@ -267,6 +267,26 @@ TEST_F(WaitModule, IsFoundUnderTheListsLockOnceItIsMade)
 	destroy_all();
 }
 
+/* Who is woken may destroy it at once. */
+TEST_F(WaitModule, IsWokenUnderTheListsLockWhereOthersComeInBetween)
+{
+	std::vector<bool> locked;
+	create();
+	waiter(0);
+	fake::on_call([&](const fake::call &made) {
+		if (made.text.starts_with("wake_up"))
+			locked.push_back(made.at.holds(&_waitListLck));
+	});
+
+	fake::use_several_processors();
+	EXPECT_EQ(wake(0), ok);
+	fake::on_call(nullptr);
+
+	EXPECT_EQ(locked, std::vector<bool>{ true });
+	fake::sleep_for(sec);
+	destroy_all();
+}
+
 /* Destroy. */
 
 TEST_F(WaitModule, RefusesWrongArgumentsOfItsDestructionInOrder)
