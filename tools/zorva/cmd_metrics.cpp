@@ -24,6 +24,17 @@ std::vector<option> options()
 	};
 }
 
+/* Who has no mutex can be in no circle of those who wait for one. */
+void leave_out_bystanders(model &from)
+{
+	std::erase_if(from.threads.threads, [&](const thread &one) {
+		for (const lock &its : best_locks(from, true).locks)
+			if (its.taken && its.locker_pid == one.pid)
+				return false;
+		return true;
+	});
+}
+
 /*
  * Of a live machine just what is needed: this is asked every few seconds, and
  * each report costs the switch something.
@@ -31,12 +42,12 @@ std::vector<option> options()
 bool read_live(reading &from)
 {
 	const std::string directory = live_directory;
+	std::string text;
 
 	for (const report_kind kind :
 	     { report_kind::mutex, report_kind::thread, report_kind::msgq,
 	       report_kind::mem, report_kind::mem_detail }) {
 		const std::string path = directory + '/' + report_name(kind);
-		std::string text;
 
 		if (kind == report_kind::mem_detail && !torn)
 			continue;
@@ -48,10 +59,9 @@ bool read_live(reading &from)
 		parse_file(from, path, text);
 	}
 
-	std::string uptime;
-
-	if (read_file("/proc/uptime", uptime))
-		parse_file(from, "/proc/uptime", uptime);
+	leave_out_bystanders(from.moments.back());
+	if (read_file("/proc/uptime", text))
+		parse_file(from, "/proc/uptime", text);
 	complete_last_moment(from);
 	return true;
 }

@@ -142,17 +142,27 @@ const command *command_of(std::string_view name)
 	return nullptr;
 }
 
+/* What was printed is worth the status only if it has got out. */
+int flushed(int status)
+{
+	if (fflush(stdout) == 0)
+		return status;
+	complain("standard output cannot be written");
+	return exit_unreadable;
+}
+
 /*
  * A command by itself has nothing to be taken apart, and on the board putting
- * all of them together takes longer than many an answer.
+ * all of them together takes longer than many an answer. So does cleaning up,
+ * which the kernel does at once.
  */
-int run_alone(const command &one)
+[[noreturn]] void run_alone(const command &one)
 {
 	common_options common;
 
 	common.sources.emplace_back();
 	look.colours = wants_colours("auto");
-	return one.run(common);
+	_exit(flushed(one.run(common)));
 }
 
 int run(int argc, char **argv)
@@ -160,7 +170,7 @@ int run(int argc, char **argv)
 	if (argc == 2)
 		if (const command *one = command_of(argv[1]))
 			if (!one->sources_min)
-				return run_alone(*one);
+				run_alone(*one);
 
 	const std::ios_base::Init streams;
 	CLI::App app("What a running switch, or what was saved of one, has to say.",
@@ -208,11 +218,7 @@ int main(int argc, char **argv)
 {
 	signal(SIGPIPE, SIG_IGN);
 	try {
-		const int status = zorva::run(argc, argv);
-
-		if (fflush(stdout) == 0)
-			return status;
-		zorva::complain("standard output cannot be written");
+		return zorva::flushed(zorva::run(argc, argv));
 	} catch (const std::bad_alloc &) {
 		zorva::complain("out of memory");
 	} catch (const std::exception &error) {

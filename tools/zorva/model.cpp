@@ -9,7 +9,7 @@ namespace zorva
 namespace
 {
 
-constexpr const char *names[report_kinds] = {
+constexpr std::string_view names[report_kinds] = {
 	"zorva.mutex", "zorva.mutex.detail", "zorva.sem",    "zorva.sem.detail",
 	"zorva.mem",   "zorva.mem.detail",   "zorva.thread", "zorva.timer",
 	"zorva.hrt",   "zorva.msgq",
@@ -35,7 +35,7 @@ void keep_any(List &to, const List &from)
 
 const char *report_name(report_kind kind)
 {
-	return names[static_cast<size_t>(kind)];
+	return names[static_cast<size_t>(kind)].data();
 }
 
 std::optional<report_kind> report_of(std::string_view path)

@@ -23,6 +23,9 @@ enum field : unsigned {
 	has_all = has_index | has_name | has_component | has_status,
 };
 
+/* The module keeps no more calls of a lock. */
+constexpr size_t longest_history = 8;
+
 /* How a take's time limit begins. */
 constexpr std::string_view limit_start = " (";
 
@@ -65,9 +68,12 @@ public:
 
 		if (text.starts_with("  ["))
 			return call_line(text, at);
-		if (text.empty() || text == head_rule || text == object_rule)
+		if (text.empty())
 			return taken::yes;
-		if (text == title()) {
+		if (text[0] == '-' &&
+		    (text == head_rule || text == object_rule))
+			return taken::yes;
+		if (text[0] == 'D' && text == title()) {
 			titled_ = true;
 			return taken::yes;
 		}
@@ -257,6 +263,7 @@ private:
 			return taken::bad;
 		call.from.file = file;
 		call.at = at;
+		report_.locks.back().history.reserve(longest_history);
 		report_.locks.back().history.push_back(std::move(call));
 		last_ = has_all | has_locker;
 		return taken::yes;

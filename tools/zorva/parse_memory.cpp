@@ -38,8 +38,16 @@ bool looks_like_row(std::string_view text)
 	       text.find_first_not_of("0123456789 ", plus + 2) == text.npos;
 }
 
+/* Most switches have no more. */
+constexpr size_t mostly = 32;
+
 class memory_parser final : public report_parser {
 public:
+	memory_parser()
+	{
+		table_.components.reserve(mostly);
+	}
+
 	taken line(std::string_view text, place at) override
 	{
 		const std::string_view shown = trimmed(text);

@@ -21,8 +21,17 @@ enum field : unsigned {
 	has_all = 63,
 };
 
+/* Most switches have no more. */
+constexpr size_t mostly = 16;
+
 class queue_parser final : public report_parser {
 public:
+	queue_parser()
+	{
+		report_.queues.reserve(mostly);
+		fields_.reserve(mostly);
+	}
+
 	taken line(std::string_view text, place at) override
 	{
 		scan in{ text };

@@ -20,11 +20,20 @@ enum field : unsigned {
 	has_all = 31,
 };
 
+/* Most switches have no more. */
+constexpr size_t mostly = 16;
+
 /* Without these it is not worth keeping. */
 constexpr unsigned needed = has_name | has_pid | has_state;
 
 class thread_parser final : public report_parser {
 public:
+	thread_parser()
+	{
+		report_.threads.reserve(mostly);
+		fields_.reserve(mostly);
+	}
+
 	taken line(std::string_view text, place at) override
 	{
 		scan in{ text };
@@ -114,7 +123,7 @@ private:
 	 * use. */
 	void check(notes *said)
 	{
-		std::vector<thread> whole;
+		size_t kept = 0;
 
 		for (size_t i = 0; i < fields_.size(); ++i) {
 			thread &one = report_.threads[i];
@@ -123,10 +132,13 @@ private:
 				said->add(severity::error, one.at,
 					  fmt::format("lines of thread '{}' are missing",
 						      one.name));
-			if ((fields_[i] & needed) == needed)
-				whole.push_back(std::move(one));
+			if ((fields_[i] & needed) != needed)
+				continue;
+			if (kept != i)
+				report_.threads[kept] = std::move(one);
+			++kept;
 		}
-		report_.threads = std::move(whole);
+		report_.threads.resize(kept);
 	}
 
 	thread_report report_;

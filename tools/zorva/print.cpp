@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 #include "print.h"
+#include "plain.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
+#include <unistd.h>
 
 namespace zorva
 {
@@ -70,11 +72,6 @@ bool is_unsafe(uint32_t value)
 	       (value >= 0xe0000 && value <= 0xe0fff);
 }
 
-bool is_plain(char c)
-{
-	return c >= ' ' && c < 0x7f && c != '\\';
-}
-
 void append_safe(std::string &to, std::string_view text, const character &c)
 {
 	const auto byte = static_cast<unsigned char>(text[0]);
@@ -97,6 +94,21 @@ size_t width_of(std::string_view text)
 	for (const char c : text)
 		width += (c & 0xc0) != 0x80;
 	return width;
+}
+
+/* As much of it as standard output takes; what it has not stays. */
+void write_directly(std::string_view &text)
+{
+	while (!text.empty()) {
+		const ssize_t put =
+			write(STDOUT_FILENO, text.data(), text.size());
+
+		if (put < 0 && errno == EINTR)
+			continue;
+		if (put <= 0)
+			return;
+		text.remove_prefix(static_cast<size_t>(put));
+	}
 }
 
 const char *colour_of(style how)
@@ -122,9 +134,7 @@ const char *colour_of(style how)
 
 std::string escaped(std::string_view text, size_t limit)
 {
-	/* Nearly every name. */
-	if (text.size() <= limit &&
-	    std::all_of(text.begin(), text.end(), is_plain))
+	if (is_shown_as_it_is(text, limit))
 		return std::string(text);
 
 	std::string safe;
@@ -293,6 +303,9 @@ std::string table_text(const table &of)
 
 void print(std::string_view text)
 {
+	/* It would go through the buffer in pieces. */
+	if (text.size() >= BUFSIZ / 2 && fflush(stdout) == 0)
+		write_directly(text);
 	if (fwrite(text.data(), 1, text.size(), stdout) == text.size())
 		return;
 	if (errno == EPIPE)

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <concepts>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace zorva
@@ -18,9 +19,12 @@ namespace zorva
 struct scan {
 	std::string_view rest;
 
+	/* expected: not empty; mostly its first character tells */
 	bool text(std::string_view expected)
 	{
-		if (!rest.starts_with(expected))
+		if (rest.size() < expected.size() ||
+		    rest.front() != expected.front() ||
+		    memcmp(rest.data(), expected.data(), expected.size()) != 0)
 			return false;
 		rest.remove_prefix(expected.size());
 		return true;

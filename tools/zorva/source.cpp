@@ -86,25 +86,20 @@ private:
  */
 bool read_all(int fd, std::string &to)
 {
-	constexpr size_t least = 4096;
-	size_t used = 0;
+	char piece[16 * 1024];
 
+	to.clear();
 	for (;;) {
-		if (to.size() == used)
-			to.resize(std::max(least, used * 2));
-		progress::wait_for(fd, used);
+		progress::wait_for(fd, to.size());
 
-		const ssize_t got =
-			read(fd, to.data() + used, to.size() - used);
+		const ssize_t got = read(fd, piece, sizeof(piece));
 
 		if (got < 0 && errno == EINTR)
 			continue;
-		if (got <= 0) {
-			to.resize(used);
+		if (got <= 0)
 			return got == 0;
-		}
-		used += got;
-		progress::at(used, 0);
+		to.append(piece, static_cast<size_t>(got));
+		progress::at(to.size(), 0);
 	}
 }
 

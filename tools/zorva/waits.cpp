@@ -145,6 +145,8 @@ actor &solver::actor_of(int64_t pid)
 
 void solver::collect_actors()
 {
+	result_.actors.reserve(from_.threads.threads.size() +
+			       result_.locks.size());
 	for (const thread &one : from_.threads.threads) {
 		actor &its = actor_of(one.pid);
 
