@@ -33,8 +33,9 @@ passed=0
 failed=0
 
 # zorva metrics may cost so much of what a cat of its reports does, in percent. A
-# cat looks at nothing of what it reads.
-most_cost=190
+# cat looks at nothing of what it reads. With mutexes that are held, who waits for
+# whom has to be found out.
+declare -A most_cost=(["at rest"]=120 ["in trouble"]=127)
 
 check()
 {
@@ -60,7 +61,7 @@ check_cost()
 		"$ZORVA_BUILD/tools/board/zorva=/usr/bin/zorva" \
 		"$here/cost.sh=/etc/scenario" || return 1
 	"$ZORVA_ROOT/target/boot.sh" --kernel "$fleet/kernel/vmlinux" \
-		--initrd "$fleet/cost.cpio.gz" --icount 0 --timeout 600 \
+		--initrd "$fleet/cost.cpio.gz" --icount 4 --timeout 600 \
 		--log "$ZORVA_LOGS/cost-console.log" || return 1
 	while IFS=: read -r what reading; do
 		metrics=${reading#*metrics }
@@ -69,7 +70,8 @@ check_cost()
 		say "    $what: $reading thousand instructions to read," \
 			"$metrics for the figures: $((metrics * 100 / reading)) %"
 		lines=$((lines + 1))
-		[ $((metrics * 100)) -le $((reading * most_cost)) ] || return 1
+		[ $((metrics * 100)) -le $((reading * ${most_cost[$what]})) ] ||
+			return 1
 	done < <(sed -n 's/^cost: //p' "$ZORVA_LOGS/cost-console.log")
 	[ "$lines" -eq 2 ]
 }
@@ -85,6 +87,8 @@ check "the figures, the rules and the dashboard" \
 	/usr/bin/python3 -B "$here/metrics.py" "$ZORVA_BUILD/tools/zorva" \
 	"$ZORVA_ROOT/tools/zorva/samples" "$ZORVA_ROOT/tools/prometheus"
 check "what the figures cost on the board" check_cost
+check "what the dashboard asks for" "$here/dashboard.py" 127.0.0.1:9090 \
+	"$ZORVA_ROOT/tools/prometheus/dashboard.json"
 check "docs/fleet.md" check_page fleet
 check "docs/post-mortem.md" check_page post-mortem
 
