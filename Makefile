@@ -97,7 +97,8 @@ endif
 
 .PHONY: test-all
 test-all: deps kernel ## all that, and what is slow: packages, pages, browser
-	@target/install-deps.sh kit gdb docs docs-test install packages
+	@target/install-deps.sh kit gdb docs docs-test install packages \
+		report fleet
 	@$(with_kernel) target/test-all.sh --slow $(deadline)
 
 .PHONY: unit

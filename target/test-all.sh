@@ -134,6 +134,9 @@ if [ -n "$slow" ]; then
 	fi
 	run_slow host32 70 env HOST_WIDTHS='64;32' tests/host/run.sh
 	run_slow gdb 60 tests/gdb/run.sh
+	run_slow report 30 tests/report/run.py "$ZORVA_BUILD/tools/zorva" \
+		tools/zorva/samples "$ZORVA_BUILD/report"
+	run_slow fleet 400 tests/fleet/run.sh
 	run_slow modules 600 tests/kit/run.sh
 fi
 
