@@ -40,7 +40,7 @@ matrix()
 -|6.12|x86_64|preempt|||test|none
 -|newest|x86_64|preempt|||test|none
 -|newest|x86_64|kasan|--with target/kernel/kasan.config||suites|KASAN, UBSAN, lockdep
--|newest|x86_64|kcsan|--with target/kernel/kcsan.config||suites|KCSAN
+-|6.12|x86_64|kcsan|--with target/kernel/kcsan.config||suites|KCSAN
 -|6.12|arm64|preempt|||test|none
 -|newest|arm64|preempt|||test|none
 -|newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||suites|none; CFI, IBT, retpolines, BTF, MODVERSIONS
