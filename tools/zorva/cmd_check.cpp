@@ -162,22 +162,12 @@ void show_json(const reading &from, const waits &found,
 
 int run(const common_options &common)
 {
-	std::vector<reading> from(common.sources.size());
+	std::vector<reading> from;
 	std::vector<const model *> moments;
 	code_lines lines;
 
-	for (size_t i = 0; i < from.size(); ++i) {
-		if (!read_for(common, common.sources[i],
-			      { report_kind::mem_detail, report_kind::mem,
-				report_kind::mutex_detail, report_kind::mutex,
-				report_kind::sem_detail, report_kind::sem,
-				report_kind::thread, report_kind::msgq,
-				report_kind::timer, report_kind::hrt },
-			      true, from[i]))
-			return exit_unreadable;
-		for (const model &one : from[i].moments)
-			moments.push_back(&one);
-	}
+	if (!read_all_for(common, from, moments))
+		return exit_unreadable;
 
 	const model &last = from.back().last();
 

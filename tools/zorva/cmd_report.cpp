@@ -54,7 +54,7 @@ std::string write_page(const std::string &text)
 
 int run(const common_options &common)
 {
-	std::vector<reading> from(common.sources.size());
+	std::vector<reading> from;
 	page_content content;
 	code_lines lines;
 
@@ -65,19 +65,10 @@ int run(const common_options &common)
 				: "--json says what was written, so the page needs a file");
 		return exit_usage;
 	}
-	for (size_t i = 0; i < from.size(); ++i) {
-		if (!read_for(common, common.sources[i],
-			      { report_kind::mem_detail, report_kind::mem,
-				report_kind::mutex_detail, report_kind::mutex,
-				report_kind::sem_detail, report_kind::sem,
-				report_kind::thread, report_kind::msgq,
-				report_kind::timer, report_kind::hrt },
-			      true, from[i]))
-			return exit_unreadable;
-		content.readings.push_back(&from[i]);
-		for (const model &one : from[i].moments)
-			content.moments.push_back(&one);
-	}
+	if (!read_all_for(common, from, content.moments))
+		return exit_unreadable;
+	for (const reading &one : from)
+		content.readings.push_back(&one);
 
 	const model &last = from.back().last();
 

@@ -84,6 +84,12 @@ extern const command lines_command;
 bool read_for(const common_options &common, std::string_view source,
 	      const std::vector<report_kind> &needed, bool tasks,
 	      reading &from);
+/*
+ * The same for a command that looks at all reports of all its sources;
+ * @moments gets what is in @from, from the first to the last.
+ */
+bool read_all_for(const common_options &common, std::vector<reading> &from,
+		  std::vector<const model *> &moments);
 
 /* The version of what --json prints; see zorva.schema.json. */
 constexpr int json_version = 1;

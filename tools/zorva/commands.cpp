@@ -77,4 +77,23 @@ bool read_for(const common_options &common, std::string_view source,
 	return any;
 }
 
+bool read_all_for(const common_options &common, std::vector<reading> &from,
+		  std::vector<const model *> &moments)
+{
+	from.resize(common.sources.size());
+	for (size_t i = 0; i < from.size(); ++i) {
+		if (!read_for(common, common.sources[i],
+			      { report_kind::mem_detail, report_kind::mem,
+				report_kind::mutex_detail, report_kind::mutex,
+				report_kind::sem_detail, report_kind::sem,
+				report_kind::thread, report_kind::msgq,
+				report_kind::timer, report_kind::hrt },
+			      true, from[i]))
+			return false;
+		for (const model &one : from[i].moments)
+			moments.push_back(&one);
+	}
+	return true;
+}
+
 } // namespace zorva
