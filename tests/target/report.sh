@@ -99,6 +99,12 @@ BEGIN {
 		order[i] = field[1]
 		planned[field[1]] = field[2]
 	}
+	# What warns there, for kernels that name no files (DEBUG_BUGVERBOSE).
+	file_of["proc_register"] = "fs/proc/generic.c"
+	file_of["remove_proc_entry"] = "fs/proc/generic.c"
+	file_of["__alloc_pages"] = "mm/page_alloc.c"
+	file_of["__alloc_pages_noprof"] = "mm/page_alloc.c"
+	file_of["__alloc_frozen_pages_noprof"] = "mm/page_alloc.c"
 }
 
 {
@@ -153,12 +159,15 @@ line ~ /^    # .*: expected: WARNING at / {
 	next
 }
 
-# "CPU: 0 PID: 1 at FILE:LINE FUNCTION", or since 7.0 "FILE:LINE at FUNCTION".
-line ~ /^WARNING: (CPU: |[^ ]+:[0-9]+ at )/ {
+# "CPU: 0 PID: 1 at FILE:LINE FUNCTION", or since 7.0 "FILE:LINE at FUNCTION";
+# without the file where the kernel does not know it.
+line ~ /^WARNING: (CPU: |at |[^ ]+:[0-9]+ at )/ {
 	remember(line)
 	place = line
-	sub(/^WARNING: (CPU: .* at )?/, "", place)
-	sub(/:.*/, "", place)
+	sub(/^WARNING: (CPU: .* at |at )?/, "", place)
+	sub(/(:|\+0x).*/, "", place)
+	if (place in file_of)
+		place = file_of[place]
 	if (announced[place] > 0)
 		announced[place]--
 	else

@@ -76,7 +76,7 @@ static inline int zt_stranger_runs(void *arg)
 /* Waits for what another thread does. */
 #define ZT_UNTIL(test, condition, what)                                        \
 	do {                                                                   \
-		const unsigned long end_ = jiffies + 10 * HZ;                  \
+		const unsigned long end_ = jiffies + 60 * HZ;                  \
                                                                                \
 		while (!(condition) && time_before(jiffies, end_))             \
 			msleep(10);                                            \
