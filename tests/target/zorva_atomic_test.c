@@ -134,7 +134,7 @@ static void a_null_counter_is_reported_by_all_six(struct kunit *test)
 
 /* What a counter that starts with 10 went through there. */
 struct visit {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	bool right_context;
 	zorva_atomic_t counter;
 	s32 result[6];
@@ -156,7 +156,7 @@ static void count_here(void *arg)
 static void any_context_may_count(struct kunit *test)
 {
 	static const s32 want[] = { 0, 16, 9, 8, 0, -3 };
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	ZT_FOR_EACH_CONTEXT(context) {
 		struct visit visit = {

@@ -454,9 +454,9 @@ static void a_destroy_wakes_nobody(struct kunit *test)
 	msg_join(test, waiter);
 
 	KUNIT_EXPECT_EQ(test, wait.result, ZORVA_RC_OK);
-	zt_block_of(event)->magic = ZT_MAGIC;
-	zt_block_of(signal)->magic = ZT_MAGIC;
-	zt_block_of(lock)->magic = ZT_MAGIC;
+	zt_block_of(event)->magic = ZT_BLOCK_MAGIC;
+	zt_block_of(signal)->magic = ZT_BLOCK_MAGIC;
+	zt_block_of(lock)->magic = ZT_BLOCK_MAGIC;
 	zorva_free(MSG_OWNER, signal);
 	zorva_free(MSG_OWNER, lock);
 	zorva_free(MSG_OWNER, event);

@@ -197,7 +197,7 @@ static void print_in_a_context(void *context)
 
 static void text_may_be_printed_in_every_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	ZT_FOR_EACH_CONTEXT(context) {
 		zt_mark_log();

@@ -15,7 +15,7 @@ enum {
 
 /* What a call did there is looked at when the thread runs again. */
 struct visit {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	void *block;
 	bool right_context;
 	bool right_context_after;
@@ -63,7 +63,7 @@ static void go(struct kunit *test, struct visit *visit,
 
 static void a_block_may_come_and_go_in_any_context(struct kunit *test)
 {
-	const struct zt_context *context, *other;
+	const struct zt_call_context *context, *other;
 	unsigned int count = 0;
 
 	ZT_FOR_EACH_CONTEXT(context)
@@ -102,7 +102,7 @@ static void fail_here(void *arg)
 
 static void faults_are_reported_from_any_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	ZT_FOR_EACH_CONTEXT(context) {
 		struct visit visit = { .context = context };

@@ -125,7 +125,7 @@ static void a_block_has_its_whole_header(struct kunit *test)
 
 	KUNIT_EXPECT_EQ(test, block->start_magic, ZT_START_ALIVE);
 	KUNIT_EXPECT_EQ(test, block->size, 10u);
-	KUNIT_EXPECT_EQ(test, block->magic, ZT_MAGIC);
+	KUNIT_EXPECT_EQ(test, block->magic, ZT_BLOCK_MAGIC);
 	KUNIT_EXPECT_EQ(test, block->comp, SOMEBODY + 0u);
 	KUNIT_EXPECT_EQ(test, block->line, 0x89ABCDEFu);
 	KUNIT_EXPECT_LE(test, block->alloc_time - before,
@@ -297,7 +297,7 @@ static void expect_marked_as_freed(struct kunit *test,
 		return;
 	}
 	KUNIT_EXPECT_EQ(test, freed.start_magic, ZT_START_FREED);
-	KUNIT_EXPECT_EQ(test, freed.magic, ZT_MAGIC);
+	KUNIT_EXPECT_EQ(test, freed.magic, ZT_BLOCK_MAGIC);
 	KUNIT_EXPECT_EQ(test, freed.size, SIZE_WITH_LASTING_HEADER);
 	KUNIT_EXPECT_EQ(test, freed.comp, SOMEBODY + 0u);
 }

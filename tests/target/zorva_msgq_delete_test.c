@@ -110,7 +110,7 @@ static void keep(void *block)
 
 static void give_back(void *block)
 {
-	zt_block_of(block)->magic = ZT_MAGIC;
+	zt_block_of(block)->magic = ZT_BLOCK_MAGIC;
 	zorva_free(MSG_OWNER, block);
 }
 

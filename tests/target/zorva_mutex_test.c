@@ -781,11 +781,11 @@ static void an_interrupt_is_warned_and_not_refused(struct kunit *test)
 {
 	static const char history[] = "  [*] Give @caller.c, -13\n"
 				      "  [*] Take @caller.c, 12\n";
-	const struct zt_context bottom_halves_off = {
+	const struct zt_call_context bottom_halves_off = {
 		.name = "bottom halves off",
 		.run = run_with_bottom_halves_off,
 	};
-	const struct zt_context *context = &bottom_halves_off;
+	const struct zt_call_context *context = &bottom_halves_off;
 	unsigned int warned = 0;
 
 	if (ZT_KERNEL_WATCHES)

@@ -836,11 +836,11 @@ static void run_with_bottom_halves_off(void (*fn)(void *arg), void *arg)
 /* Take warns, on a line of its own and with a stack; give does not. */
 static void an_interrupt_is_warned_and_not_refused(struct kunit *test)
 {
-	const struct zt_context bottom_halves_off = {
+	const struct zt_call_context bottom_halves_off = {
 		.name = "bottom halves off",
 		.run = run_with_bottom_halves_off,
 	};
-	const struct zt_context *context = &bottom_halves_off;
+	const struct zt_call_context *context = &bottom_halves_off;
 	unsigned int warned = 0;
 
 	if (ZT_KERNEL_WATCHES)

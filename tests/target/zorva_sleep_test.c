@@ -203,7 +203,7 @@ static void without_bottom_halves_a_sleep_returns_at_once(struct kunit *test)
 }
 
 struct visit {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	bool interrupt;
 	bool right_context_after;
 	u64 nsecs;
@@ -228,7 +228,7 @@ static void sleep_here(void *arg)
 
 static void in_an_interrupt_a_sleep_returns_at_once(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	unsigned int interrupts = 0;
 
 	ZT_FOR_EACH_CONTEXT(context) {
@@ -681,7 +681,7 @@ static void delay_here(void *arg)
 
 static void delays_work_in_every_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	struct span own = no_span;
 	u32 tries;
 

@@ -49,7 +49,7 @@ struct zt_block {
 #define ZT_HEADER_SIZE ((u32)sizeof(struct zt_block))
 #define ZT_START_ALIVE 0xAAAAAAAAu
 #define ZT_START_FREED 0xDEADBEEFu
-#define ZT_MAGIC 0xCAFEBABEu
+#define ZT_BLOCK_MAGIC 0xCAFEBABEu
 #define ZT_GUARD 0xBBBBBBBBu
 
 /* The target's; what holds of the size elsewhere follows from it. */
@@ -182,14 +182,14 @@ void zt_fail_allocation(unsigned int n);
 bool zt_end_failing(void);
 
 /* Runs a function in one context, and returns when it has ended. */
-struct zt_context {
+struct zt_call_context {
 	const char *name;
 	void (*run)(void (*fn)(void *arg), void *arg);
 	bool (*is_current)(void);
 	bool irqs_off;
 };
 
-extern const struct zt_context zt_contexts[];
+extern const struct zt_call_context zt_contexts[];
 extern const unsigned int zt_context_count;
 
 #define ZT_FOR_EACH_CONTEXT(context)                                           \

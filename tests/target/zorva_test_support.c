@@ -443,7 +443,7 @@ static bool in_a_hard_interrupt(void)
 	return in_hardirq() && irqs_disabled();
 }
 
-const struct zt_context zt_contexts[] = {
+const struct zt_call_context zt_contexts[] = {
 	{ "thread", run_directly, in_a_thread, false },
 	{ "spin lock held", run_under_spin_lock, in_a_thread, false },
 	{ "interrupts off", run_with_irqs_off, in_a_thread_with_irqs_off,

@@ -240,7 +240,7 @@ static void read_in_a_context(void *arg)
 
 static void time_can_be_read_in_every_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	size_t i;
 
 	ZT_FOR_EACH_CONTEXT(context)

@@ -909,7 +909,7 @@ static void the_callback_is_given_the_whole_word(struct kunit *test)
 
 /* What another context does with timers is looked at afterwards. */
 struct visit {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	bool right_context;
 	bool right_context_after;
 	u32 id;
@@ -932,7 +932,7 @@ static void use_a_timer_here(void *arg)
 
 static void a_timer_can_be_used_in_every_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	take(test, 0);
 	ZT_FOR_EACH_CONTEXT(context) {
@@ -969,7 +969,7 @@ static void make_a_timer_here(void *arg)
 
 static void a_timer_can_be_made_in_every_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	ZT_FOR_EACH_CONTEXT(context) {
 		struct visit visit = { .context = context };

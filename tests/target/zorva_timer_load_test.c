@@ -290,9 +290,9 @@ static void ticks_can_be_refreshed_while_they_expire(struct kunit *test)
 
 /*
  * An interrupt that sets all timers of both rings, one after the other, each
- * time with another period: a report shows the same one for all of a ring. Where
- * a report may come in between, on another processor, it shows the new one up to
- * some timer, and from there on the one before.
+ * time with another period: a report shows the same one for all of a ring.
+ * Where a report may come in between, on another processor, it shows the new
+ * one up to some timer, and from there on the one before.
  */
 struct setter {
 	struct hrtimer timer;

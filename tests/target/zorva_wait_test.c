@@ -441,7 +441,7 @@ static void signals_stay_when_a_wait_does_not_sleep(struct kunit *test)
 }
 
 struct visit {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 	u32 id;
 	u32 result;
 	bool right_context;
@@ -459,7 +459,7 @@ static void wake_here(void *arg)
 
 static void a_wake_up_may_come_from_any_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	ZT_FOR_EACH_CONTEXT(context) {
 		struct visit visit = {
@@ -498,7 +498,7 @@ static void create_and_destroy_here(void *arg)
 
 static void wait_modules_come_and_go_in_any_context(struct kunit *test)
 {
-	const struct zt_context *context;
+	const struct zt_call_context *context;
 
 	ZT_FOR_EACH_CONTEXT(context) {
 		struct visit visit = { .context = context, .id = POISON };
