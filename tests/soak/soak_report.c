@@ -36,9 +36,6 @@ static const struct {
 	{ "Create linked-list failed.", "", NULL },
 };
 
-/* Stock kernels do not export it. */
-extern typeof(sched_setscheduler) sched_setscheduler __weak;
-
 static bool ends_with(const char *text, const char *end)
 {
 	const size_t length = strlen(text), end_length = strlen(end);
@@ -58,7 +55,7 @@ static void record(u32 comp, s32 unit, u32 level, const char *file,
 	text = va_arg(args, const char *);
 	va_end(args);
 	/* Where no module may set a real-time priority. */
-	if (!sched_setscheduler && strstarts(text, "Set thread ") &&
+	if (!zt_has_sched_setscheduler() && strstarts(text, "Set thread ") &&
 	    ends_with(text, " scheduler failed."))
 		return;
 	for (i = 0; i < ARRAY_SIZE(known); i++)

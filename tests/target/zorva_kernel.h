@@ -14,6 +14,7 @@
 #include <linux/mm.h>
 #include <linux/mman.h>
 #include <linux/namei.h>
+#include <linux/sched.h>
 #include <linux/sched/mm.h>
 #include <linux/sched/signal.h>
 #include <linux/sched/task.h>
@@ -54,6 +55,18 @@ static inline unsigned int zt_task_state(const struct task_struct *task)
 #else
 	return READ_ONCE(task->state);
 #endif
+}
+
+extern typeof(sched_setscheduler) sched_setscheduler __weak;
+
+/* Stock kernels do not export it. arm64's load no code that asks for it itself.
+ */
+static inline bool zt_has_sched_setscheduler(void)
+{
+	static typeof(sched_setscheduler) *const volatile it =
+		sched_setscheduler;
+
+	return it;
 }
 
 /* 5.17: it has another name. */

@@ -255,14 +255,12 @@ static void a_null_name_is_made_of_component_and_line(struct kunit *test)
 		    zt_text(test, "%s-31", _componentName[COMP]));
 }
 
-/* A stock kernel does not export it: then the thread says so and runs on. */
-extern typeof(sched_setscheduler) sched_setscheduler __weak;
-
 static void priority_30_is_round_robin_at_90(struct kunit *test)
 {
 	start(test, &probe, "fast", 30, wait_in_vain);
 
-	if (sched_setscheduler) {
+	/* A stock kernel lacks it: then the thread says so and runs on. */
+	if (zt_has_sched_setscheduler()) {
 		KUNIT_EXPECT_EQ(test, probe.policy, SCHED_RR);
 		KUNIT_EXPECT_EQ(test, probe.rt_priority, 90);
 		ZT_EXPECT_REPORTS(test, CREATED("fast"));
@@ -572,7 +570,8 @@ static void an_entry_that_returns_ends_its_thread(struct kunit *test)
 	for (i = 0; i < 50; i++) {
 		zt_forget_reports();
 		start(test, &probe, "short",
-		      i % 2 && sched_setscheduler ? 30 : 128, just_return);
+		      i % 2 && zt_has_sched_setscheduler() ? 30 : 128,
+		      just_return);
 
 		KUNIT_EXPECT_EQ(test, zt_thread_end(test, &probe.thread), 0);
 		expect_created_and_ended(test, "short");

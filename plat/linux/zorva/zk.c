@@ -330,13 +330,21 @@ bool zk_comm_of_pid(pid_t pid, char comm[TASK_COMM_LEN])
 
 extern typeof(sched_setscheduler) sched_setscheduler __weak;
 
+/*
+ * Code that asks for a weak function goes through a table of addresses on
+ * arm64, and the kernel loads no module that has one.
+ */
+static typeof(sched_setscheduler) *const volatile set_scheduler =
+	sched_setscheduler;
+
 int zk_sched_setscheduler(struct task_struct *task, int policy, int priority)
 {
 	const struct sched_param param = { .sched_priority = priority };
+	typeof(sched_setscheduler) *const set = set_scheduler;
 
-	if (!sched_setscheduler)
+	if (!set)
 		return -ENOSYS;
-	return sched_setscheduler(task, policy, &param);
+	return set(task, policy, &param);
 }
 
 #if ZK_SINCE(5, 18)
