@@ -47,6 +47,13 @@
 	}
 #endif
 
+/* What stands above the stack that dump_stack() shows. */
+#ifdef CONFIG_ARM64
+#define ZT_STACK_TITLE "Call trace:"
+#else
+#define ZT_STACK_TITLE "Call Trace:"
+#endif
+
 /* 5.14: the member has another name. */
 static inline unsigned int zt_task_state(const struct task_struct *task)
 {

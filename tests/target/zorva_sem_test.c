@@ -841,12 +841,12 @@ static void an_interrupt_is_warned_and_not_refused(struct kunit *test)
 		.run = run_with_bottom_halves_off,
 	};
 	const struct zt_call_context *context = &bottom_halves_off;
-	unsigned int warned = 0;
+	unsigned int warned = 0, i;
 
 	if (ZT_KERNEL_WATCHES)
 		return;
 
-	while (context < zt_contexts + zt_context_count) {
+	for (i = 0; i <= zt_context_count; i++) {
 		struct visit visit = {
 			.sem = create(test, "in interrupt", 1),
 		};
@@ -874,8 +874,7 @@ static void an_interrupt_is_warned_and_not_refused(struct kunit *test)
 		ZT_EXPECT_NO_REPORTS(test);
 		destroy(test, visit.sem);
 
-		context = context == &bottom_halves_off ? zt_contexts
-							: context + 1;
+		context = zt_contexts + i;
 	}
 	/* Timers of both kinds, the tasklet, and the first. */
 	KUNIT_EXPECT_EQ(test, warned, 4u);

@@ -279,7 +279,7 @@ static unsigned int log_lines(const char *with)
 
 unsigned int zt_stack_dumps(void)
 {
-	return log_lines("Call Trace:") - log_lines("[ cut here ]");
+	return log_lines(ZT_STACK_TITLE) - log_lines("[ cut here ]");
 }
 EXPORT_SYMBOL_GPL(zt_stack_dumps);
 
