@@ -225,9 +225,10 @@ rm -f "$log.qemu"
 sed -Ei "${clean[@]}" "$log"
 
 # An oops, a panic, a complaint of the allocator or of the lock checker, a
-# stall. A plain WARNING ("WARNING: CPU: ...") is left to the tests.
+# stall. A plain WARNING ("WARNING: CPU: ...", or since 7.0 "WARNING: at ...") is
+# left to the tests.
 harm='^\[ *[0-9.]+\] (.*\[#[0-9]+\]:$|Kernel panic|(watchdog: )?BUG[: ]'
-harm+='|CPU [0-9]+ Unable to handle|UBSAN: |WARNING: [a-z-]+ |INFO: (task|rcu))'
+harm+='|CPU [0-9]+ Unable to handle|UBSAN: |WARNING: ([b-z]|a[^t])[a-z-]* |INFO: (task|rcu))'
 if grep -Eq "$harm" "$log"; then
 	[ -n "$show" ] || grep -E -m 1 -A 30 "$harm" "$log" >&2
 	# The module in whose code it happened, if it was one.
