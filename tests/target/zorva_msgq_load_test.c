@@ -24,12 +24,12 @@ struct message {
 /* All threads share one; the kernel does not preempt them. */
 struct traffic {
 	zorva_msg_queue_t *queue;
-	unsigned int producers;
+	atomic_t producers;
 	unsigned int failed;
 	unsigned int torn;
 	unsigned int doubled;
 	unsigned int out_of_order;
-	unsigned int received;
+	atomic_t received;
 	unsigned int step;
 	struct completion look;
 	u8 seen[PRODUCERS][EACH];
@@ -43,7 +43,9 @@ static u32 check_of(const struct message *message)
 static void produce(void *arg)
 {
 	struct traffic *traffic = arg;
-	struct message message = { .producer = traffic->producers++ };
+	struct message message = {
+		.producer = atomic_inc_return(&traffic->producers) - 1
+	};
 
 	for (; message.serial < EACH; message.serial++) {
 		message.check = check_of(&message);
@@ -58,7 +60,7 @@ static void produce(void *arg)
 static void note(struct traffic *traffic, const struct message *message,
 		 s32 newest[PRODUCERS])
 {
-	if (++traffic->received % traffic->step == 0)
+	if (atomic_inc_return(&traffic->received) % traffic->step == 0)
 		complete(&traffic->look);
 	if (message->check != check_of(message) ||
 	    message->producer >= PRODUCERS || message->serial >= EACH) {
@@ -127,7 +129,7 @@ static void expect_all_arrived(struct kunit *test, struct traffic *traffic)
 	KUNIT_EXPECT_EQ(test, traffic->torn, 0u);
 	KUNIT_EXPECT_EQ(test, traffic->doubled, 0u);
 	KUNIT_EXPECT_EQ(test, traffic->out_of_order, 0u);
-	KUNIT_EXPECT_EQ(test, traffic->received, MESSAGES);
+	KUNIT_EXPECT_EQ(test, atomic_read(&traffic->received), (int)MESSAGES);
 	KUNIT_EXPECT_EQ(test, lost, 0u);
 	KUNIT_EXPECT_EQ(test, zorva_msg_queue_depth(MSG_OWNER, traffic->queue),
 			0);

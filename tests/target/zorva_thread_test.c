@@ -148,17 +148,6 @@ static void expect_created_and_ended(struct kunit *test, const char *name)
 		ZT_EXPECT_REPORTS(test, CREATED("%s") ENDED("%s"), name, name);
 }
 
-/* On another processor it may have before its destroyer gets to say anything. */
-static void expect_destroyed_and_ended(struct kunit *test, const char *name)
-{
-	const char *late =
-		zt_text(test, ENDED("%s") DESTROYED("%s"), name, name);
-
-	if (num_online_cpus() == 1 || strcmp(zt_reports(test), late) != 0)
-		ZT_EXPECT_REPORTS(test, DESTROYED("%s") ENDED("%s"), name,
-				  name);
-}
-
 static void without_threads_the_report_is_empty(struct kunit *test)
 {
 	ZT_EXPECT_FILE(test, "zorva.thread", "%s", "");
@@ -530,7 +519,8 @@ static void a_thread_that_notices_the_signal_ends(struct kunit *test)
 			ZORVA_RC_OK);
 	KUNIT_EXPECT_EQ(test, zt_thread_end(test, &probe.thread), 0);
 	KUNIT_EXPECT_TRUE(test, probe.killed);
-	expect_destroyed_and_ended(test, "obedient");
+	ZT_EXPECT_REPORTS_OF_TWO(test, DESTROYED("obedient"),
+				 ENDED("obedient"));
 	ZT_EXPECT_FILE(test, "zorva.thread", "%s", "");
 	ZT_EXPECT_NO_USAGE(test, COMP);
 }
@@ -865,7 +855,7 @@ static void the_newest_thread_with_a_pid_counts(struct kunit *test)
 	KUNIT_EXPECT_EQ(test, destroy(pid), ZORVA_RC_OK);
 	zt_thread_end(test, &second.thread);
 	KUNIT_EXPECT_TRUE(test, second.killed);
-	expect_destroyed_and_ended(test, "alive");
+	ZT_EXPECT_REPORTS_OF_TWO(test, DESTROYED("alive"), ENDED("alive"));
 	expect_listed(test, "ghost", pid, TASK_DEAD, 1);
 
 	run_as(test, pid, &heir, exit_as_if_tracked);
