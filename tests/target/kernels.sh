@@ -43,6 +43,8 @@ matrix()
 -|6.12|x86_64|kcsan|--with target/kernel/kcsan.config||suites|KCSAN
 -|6.12|arm64|preempt|||test|none
 -|newest|arm64|preempt|||test|none
+-|6.12|x86_64|soak|||soak|none
+-|newest|arm64|soak|||soak|none
 -|newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||suites|none; CFI, IBT, retpolines, BTF, MODVERSIONS
 -|6.12|arm64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-arm64.config||suites|none; CFI, BTI, PAC, MODVERSIONS
 +|packaged|x86_64|debian|||run|none; Debian's own kernel package
