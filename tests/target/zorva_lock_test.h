@@ -53,17 +53,6 @@
 		KUNIT_ASSERT_TRUE(test, condition);                            \
 	} while (0)
 
-/*
- * What two tasks report, the second because of what the first does: where each
- * has a processor of its own, it may be done before the first comes to report.
- */
-#define ZT_EXPECT_REPORTS_OF_TWO(test, first, second)                          \
-	do {                                                                   \
-		if (num_online_cpus() == 1 ||                                  \
-		    strcmp(zt_reports(test), second first) != 0)               \
-			ZT_EXPECT_REPORTS(test, first second);                 \
-	} while (0)
-
 /* Waiting for a lock, or for a tick. */
 static inline bool zt_is_blocked(struct task_struct *task)
 {

@@ -608,3 +608,29 @@ TEST_P(Interleaved, AReportOfTakenSemaphoresHasNoneThatWasGivenMeanwhile)
 
 	anywhere_under(&_zorvaSemDbg.lock, round);
 }
+
+TEST_P(Interleaved, AReportOfAllSemaphoresShowsOneAsItWasOrAsItIs)
+{
+	const auto round = [](const interrupted_call &interrupted) {
+		zorva_sem *const sem =
+			zorva_sem_create_track(owner, "s", 1, "caller.c", 7);
+		zorva_sem_take_track(owner, sem, 0, "caller.c", 11);
+		fake::start_task("giver", [sem] {
+			zorva_sem_give_track(owner, sem, "caller.c", 12);
+		});
+
+		const std::string report =
+			interrupted_report(interrupted, zorva_sem_dump_detail);
+		settle();
+
+		EXPECT_NE(says(report, "Status    : Take\n"),
+			  says(report, "Status    : Give\n"))
+			<< report;
+		EXPECT_TRUE(says(whole_report(zorva_sem_dump_detail),
+				 "Status    : Give\n"));
+		zorva_sem_destroy_track(owner, sem, "caller.c", 9);
+		reports();
+	};
+
+	anywhere_under(&_zorvaSemDbg.lock, round);
+}
