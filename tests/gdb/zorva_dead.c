@@ -83,17 +83,20 @@ static void make_timers(void)
 	zorva_hrt_timer_start(OWNER, &ids[3], HOUR_MSECS);
 }
 
-/* A torn guard, a torn start mark, and whole blocks of two owners. */
+/*
+ * A torn guard, a torn size, and whole blocks of two owners. By the torn size
+ * the end is looked for within the block: what others write does not change it.
+ */
 static void make_blocks(void)
 {
 	char *guard = zorva_malloc(OWNER, 10);
-	char *start = zorva_malloc(OTHER, 64);
+	u32 *sized = zorva_malloc(OTHER, 64);
 	unsigned int i;
 
 	for (i = 1; i < 40; ++i)
 		zorva_malloc(i % 3 ? OWNER : OTHER, i);
 	guard[12] = 1;
-	start[-52] = 1;
+	sized[-13] = 16;
 }
 
 static int end_set(const char *text, const struct kernel_param *kp)
