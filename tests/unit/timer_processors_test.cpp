@@ -6,8 +6,12 @@
 #include "interleave.h"
 #include "timer_fixture.h"
 
+#include <optional>
+
 namespace
 {
+
+constexpr unsigned int some_rounds = 3;
 
 template <class Kind>
 class TimerOnProcessors : public TimerTest<Kind> {
@@ -43,6 +47,37 @@ protected:
 		});
 	}
 
+	/* What is left of the old start does not cut the new one short. */
+	void expect_whole_start_by_refresh(bool with_interrupts_off)
+	{
+		const u32 id = this->make();
+		const auto round = [&](const interrupted_call &interrupted) {
+			std::optional<fake::interrupts_off> off;
+
+			expiries.clear();
+			this->start(id, 10);
+			expiring_processor();
+			if (with_interrupts_off)
+				off.emplace();
+			EXPECT_EQ(interrupted(Kind::refresh, this->owner, &id,
+					      500, "caller.c", 30),
+				  ok);
+			off.reset();
+
+			fake::sleep_for(100 * msec);
+			ASSERT_EQ(this->newest()->running, 1u);
+			ASSERT_TRUE(fake::is_pending(&this->newest()->timer));
+			const size_t calls = expiries.size();
+			ASSERT_LE(calls, 1u);
+			fake::sleep_for(sec);
+			ASSERT_EQ(expiries.size(), calls + 1);
+		};
+
+		EXPECT_GE(interrupt_anywhere(interleave::others::processors,
+					     round),
+			  some_rounds);
+	}
+
 	bool is_idle(u32 id)
 	{
 		const auto *const timer = this->listed()[id - 1];
@@ -65,8 +100,6 @@ struct kind_names {
 
 using kinds = ::testing::Types<tick, hrt>;
 TYPED_TEST_SUITE(TimerOnProcessors, kinds, kind_names);
-
-constexpr unsigned int some_rounds = 3;
 
 } // namespace
 
@@ -162,75 +195,13 @@ TYPED_TEST(TimerOnProcessors, WaitsForNobodyWithInterruptsOff)
 /* What the kernel took for expired belongs to a start that is over. */
 TYPED_TEST(TimerOnProcessors, RunsAfterARefreshThatMeetsAnExpiry)
 {
-	const u32 id = this->make();
-
-	EXPECT_GE(interrupt_anywhere(interleave::others::processors,
-				     [&](const interrupted_call &interrupted) {
-					     expiries.clear();
-					     this->start(id, 10);
-					     this->expiring_processor();
-
-					     EXPECT_EQ(interrupted(TypeParam::
-									   refresh,
-								   this->owner,
-								   &id, 500,
-								   "caller.c",
-								   30),
-						       ok);
-
-					     fake::run_others();
-					     ASSERT_EQ(this->newest()->running,
-						       1u);
-					     ASSERT_TRUE(fake::is_pending(
-						     &this->newest()->timer));
-					     const size_t calls =
-						     expiries.size();
-					     ASSERT_LE(calls, 1u);
-					     fake::sleep_for(sec);
-					     ASSERT_EQ(expiries.size(),
-						       calls + 1);
-				     }),
-		  some_rounds);
+	this->expect_whole_start_by_refresh(false);
 }
 
 /* Nor may a refresh wait that has interrupts off. */
 TYPED_TEST(TimerOnProcessors, IsNotExpiredByAnExpiryThatARefreshHasOvertaken)
 {
-	const u32 id = this->make();
-
-	EXPECT_GE(interrupt_anywhere(interleave::others::processors,
-				     [&](const interrupted_call &interrupted) {
-					     expiries.clear();
-					     this->start(id, 10);
-					     this->expiring_processor();
-
-					     {
-						     const fake::interrupts_off
-							     off;
-
-						     EXPECT_EQ(interrupted(TypeParam::
-										   refresh,
-									   this->owner,
-									   &id,
-									   500,
-									   "caller.c",
-									   30),
-							       ok);
-					     }
-
-					     fake::run_others();
-					     ASSERT_EQ(this->newest()->running,
-						       1u);
-					     ASSERT_TRUE(fake::is_pending(
-						     &this->newest()->timer));
-					     const size_t calls =
-						     expiries.size();
-					     ASSERT_LE(calls, 1u);
-					     fake::sleep_for(sec);
-					     ASSERT_EQ(expiries.size(),
-						       calls + 1);
-				     }),
-		  some_rounds);
+	this->expect_whole_start_by_refresh(true);
 }
 
 TYPED_TEST(TimerOnProcessors, EndsEachStartWithACallbackOrAStop)
