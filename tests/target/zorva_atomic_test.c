@@ -211,8 +211,8 @@ static void an_interrupt_loses_no_change(struct kunit *test)
 	atomic_set(&shared.counter, 0);
 	shared.interrupts = 0;
 	hrtimer_setup(&shared.timer, change_in_interrupt, CLOCK_MONOTONIC,
-		      HRTIMER_MODE_REL_HARD);
-	hrtimer_start(&shared.timer, ns_to_ktime(50000), HRTIMER_MODE_REL_HARD);
+		      HRTIMER_MODE_REL);
+	hrtimer_start(&shared.timer, ns_to_ktime(50000), HRTIMER_MODE_REL);
 	while (READ_ONCE(shared.interrupts) < INTERRUPTS) {
 		zorva_atomic_inc(&shared.counter);
 		zorva_atomic_add_return(4, &shared.counter);

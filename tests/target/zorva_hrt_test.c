@@ -110,7 +110,7 @@ static void set_witness(struct witness *witness, struct pooled *pooled)
 	memset(witness, 0, sizeof(*witness));
 	witness->pooled = pooled;
 	hrtimer_setup_on_stack(&witness->timer, witness_expired,
-			       CLOCK_MONOTONIC, HRTIMER_MODE_ABS_HARD);
+			       CLOCK_MONOTONIC, HRTIMER_MODE_ABS);
 }
 
 /* Exactly between the nanosecond before its expiry and the one after it. */
@@ -131,9 +131,9 @@ static void a_timer_expires_at_its_nanosecond(struct kunit *test)
 		result = start(timer, periods[i]);
 		expiry = zt_hrt_expiry(timer->record);
 		hrtimer_start(&earlier.timer, ns_to_ktime(expiry - 1),
-			      HRTIMER_MODE_ABS_HARD);
+			      HRTIMER_MODE_ABS);
 		hrtimer_start(&later.timer, ns_to_ktime(expiry + 1),
-			      HRTIMER_MODE_ABS_HARD);
+			      HRTIMER_MODE_ABS);
 		local_irq_restore(flags);
 		ZT_WAIT_FOR(test, earlier.done && later.done, 1000);
 		hrtimer_cancel(&earlier.timer);

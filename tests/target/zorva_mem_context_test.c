@@ -174,8 +174,8 @@ static enum hrtimer_restart interrupt_comes(struct hrtimer *timer)
 static void start_interrupt(void)
 {
 	hrtimer_setup(&interrupt, interrupt_comes, CLOCK_MONOTONIC,
-		      HRTIMER_MODE_REL_HARD);
-	hrtimer_start(&interrupt, ns_to_ktime(100000), HRTIMER_MODE_REL_HARD);
+		      HRTIMER_MODE_REL);
+	hrtimer_start(&interrupt, ns_to_ktime(100000), HRTIMER_MODE_REL);
 }
 
 static void add_live(const struct churn *churn, u32 *used, u32 *alive)

@@ -415,9 +415,8 @@ static void run_in_hrtimer(void (*fn)(void *arg), void *arg)
 
 	begin(&errand, fn, arg);
 	hrtimer_setup_on_stack(&errand.hrtimer, hrtimer_expired,
-			       CLOCK_MONOTONIC, HRTIMER_MODE_REL_HARD);
-	hrtimer_start(&errand.hrtimer, ns_to_ktime(200000),
-		      HRTIMER_MODE_REL_HARD);
+			       CLOCK_MONOTONIC, HRTIMER_MODE_REL);
+	hrtimer_start(&errand.hrtimer, ns_to_ktime(200000), HRTIMER_MODE_REL);
 	wait_for_completion(&errand.done);
 	hrtimer_cancel(&errand.hrtimer);
 	destroy_hrtimer_on_stack(&errand.hrtimer);

@@ -706,14 +706,14 @@ static void a_refresh_reports_that_its_start_failed(struct kunit *test)
 	unsigned int tries;
 
 	hrtimer_setup_on_stack(&intruder.timer, intrude, CLOCK_MONOTONIC,
-			       HRTIMER_MODE_REL_HARD);
+			       HRTIMER_MODE_REL);
 
 	for (tries = 0; tries < 20000 && result == ZORVA_RC_OK; tries++) {
 		intruder.came = false;
 		stop(timer);
 		hrtimer_start(&intruder.timer,
 			      ns_to_ktime(20000 + tries * 97 % 20000),
-			      HRTIMER_MODE_REL_HARD);
+			      HRTIMER_MODE_REL);
 		while (!READ_ONCE(intruder.came) && result == ZORVA_RC_OK)
 			result = refresh(timer, LONG_MSECS);
 		hrtimer_cancel(&intruder.timer);

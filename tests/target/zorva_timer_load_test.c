@@ -241,12 +241,16 @@ static void hrt_callbacks_refresh_both_kinds(struct kunit *test)
 static void hrts_can_be_refreshed_while_they_expire(struct kunit *test)
 {
 	const unsigned long end = jiffies + msecs_to_jiffies(500);
+	const unsigned long latest = jiffies + msecs_to_jiffies(10000);
 	unsigned int starts = 0, turn, i;
 	u32 results = ZORVA_RC_OK;
 
 	need_rings(test);
 	forget_expiries();
-	for (turn = 0; time_before(jiffies, end); turn++) {
+	/* A kernel that watches itself gets to fewer rests in that time. */
+	for (turn = 0; time_before(jiffies, end) ||
+		       (expiries <= 2 * RING && time_before(jiffies, latest));
+	     turn++) {
 		results |= refresh_hrt(turn % RING, 1 + turn / RING % 3);
 		starts++;
 		if (turn % 64 == 63)
@@ -364,10 +368,9 @@ static void a_report_shows_one_moment(struct kunit *test)
 	}
 	need_rings(test);
 	hrtimer_setup_on_stack(&setter.timer, set_rings, CLOCK_MONOTONIC,
-			       HRTIMER_MODE_REL_HARD);
+			       HRTIMER_MODE_REL);
 	set_rings(&setter.timer);
-	hrtimer_start(&setter.timer, ns_to_ktime(100000),
-		      HRTIMER_MODE_REL_HARD);
+	hrtimer_start(&setter.timer, ns_to_ktime(100000), HRTIMER_MODE_REL);
 
 	expect_one_moment(test, "zorva.timer");
 	expect_one_moment(test, "zorva.hrt");
@@ -408,8 +411,8 @@ static void timers_are_made_up_to_the_limit_under_a_reader(struct kunit *test)
 	need_rings(test);
 	before = tick_count;
 	hrtimer_setup_on_stack(&maker.timer, make_one, CLOCK_MONOTONIC,
-			       HRTIMER_MODE_REL_HARD);
-	hrtimer_start(&maker.timer, ns_to_ktime(300000), HRTIMER_MODE_REL_HARD);
+			       HRTIMER_MODE_REL);
+	hrtimer_start(&maker.timer, ns_to_ktime(300000), HRTIMER_MODE_REL);
 	while (READ_ONCE(maker.result) == ZORVA_RC_OK) {
 		if (reads < READS)
 			reports[reads++] = zt_file(test, "zorva.timer");
