@@ -39,14 +39,14 @@ matrix()
 +|newest|um|soak|||soak|KASAN
 -|6.12|x86_64|preempt|||test|none
 -|newest|x86_64|preempt|||test|none
--|newest|x86_64|kasan|--with target/kernel/kasan.config||suites|KASAN, UBSAN, lockdep
--|6.12|x86_64|kcsan|--with target/kernel/kcsan.config||suites|KCSAN
+-|newest|x86_64|kasan|--with target/kernel/kasan.config||test|KASAN, UBSAN, lockdep
+-|6.12|x86_64|kcsan|--with target/kernel/kcsan.config||test|KCSAN
 -|6.12|arm64|preempt|||test|none
 -|newest|arm64|preempt|||test|none
 -|6.12|x86_64|soak|||soak|none
 -|newest|arm64|soak|||soak|none
--|newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||suites|none; CFI, IBT, retpolines, BTF, MODVERSIONS
--|6.12|arm64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-arm64.config||suites|none; CFI, BTI, PAC, MODVERSIONS
+-|newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||test|none; CFI, IBT, retpolines, BTF, MODVERSIONS
+-|6.12|arm64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-arm64.config||test|none; CFI, BTI, PAC, MODVERSIONS
 +|packaged|x86_64|debian|||run|none; Debian's own kernel package
 +|packaged|x86_64|soak||--append preempt=full|soak|none; Debian's own kernel package
 END
@@ -104,6 +104,28 @@ tree_of()
 	fi
 }
 
+# Plants a fault for each detector of a kernel, and looks at what hardens it.
+# Says in a file what came of it, for the table.
+plant_on()
+{
+	local said=$1 reported=0 missed=0 counts=$ZORVA_BUILD/detectors.counts
+
+	: >"$said"
+	grep -Eq '^CONFIG_(KASAN|KCSAN|CFI|CFI_CLANG)=y' \
+		"$KERNEL_BUILD/.config" || return 0
+	rm -f "$counts"
+	tests/detectors/run.sh "$counts" || missed=1
+	[ ! -f "$counts" ] || read -r reported missed <"$counts"
+	printf '; of %d planted faults %d reported' "$((reported + missed))" \
+		"$reported" >"$said"
+	[ "$missed" -eq 0 ] || return 1
+	grep -Eq '^CONFIG_(CFI|CFI_CLANG)=y' "$KERNEL_BUILD/.config" || return 0
+	tests/detectors/hardening.sh || {
+		printf '; not all hardened' >>"$said"
+		return 1
+	}
+}
+
 # Runs a row and keeps the logs. Its callers ask for its status, so it is not
 # ended by a command that fails.
 run_on()
@@ -122,6 +144,7 @@ run_on()
 	export BOARD_ARGS="$args ${BOARD_ARGS-}"
 	if [ "$what" = test ] || [ "$what" = suites ]; then
 		target/board.sh "$what" "$counts" || status=$?
+		plant_on "$counts.planted" || status=$?
 	elif [ "$what" = soak ]; then
 		tests/soak/run.sh 60 || status=$?
 		echo "$((status == 0)) $((status != 0))" >"$counts"
@@ -180,12 +203,14 @@ skips_of()
 row()
 {
 	local line=$1 arch=$2 name=$1-$2-$3 options=$4 args=$5 what=$6
-	local detectors=$7 counts passed=0 failed=0 status=0 start=$SECONDS
+	local detectors=$7 counts planted passed=0 failed=0 status=0
+	local start=$SECONDS
 	local kernel facts="? | ? | ? | ?"
 
 	counts=$ZORVA_BUILD/kernel-$name.counts
+	planted=$counts.planted
 	say "== $name"
-	rm -f "$counts"
+	rm -f "$counts" "$planted"
 	# shellcheck disable=SC2086 # several words
 	if kernel=$(tree_of "$line" "$arch" $options); then
 		facts=$(facts_of "$kernel" "$args")
@@ -199,8 +224,10 @@ row()
 		status=1
 	fi
 	[ ! -f "$counts" ] || read -r passed failed <"$counts"
+	[ ! -f "$planted" ] || detectors+=$(<"$planted")
 	# Tests that broke off before they were counted, or that had no kernel,
-	# have failed all the same, and so have none at all.
+	# have failed all the same, and so have none at all, and planted faults
+	# that nobody reported.
 	if [ "$failed" -eq 0 ] &&
 		{ [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
 		failed=1
