@@ -138,6 +138,8 @@ if [ -n "$slow" ]; then
 		tools/zorva/samples "$ZORVA_BUILD/report"
 	run_slow fleet 400 tests/fleet/run.sh
 	run_slow modules 600 tests/kit/run.sh
+	# The kernel after the target's, on the same board; built first.
+	run_slow later 900 env KERNELS=6.12 ARCHES=mips tests/target/kernels.sh
 fi
 
 for name in "${levels[@]}"; do

@@ -12,9 +12,10 @@ set -euo pipefail
 usage()
 {
 	cat <<END
-usage: kernels.sh [--update]
+usage: kernels.sh [--update] [COUNTS]
 
   --update  put the results of what was run into the table of docs/porting.md
+  COUNTS    a file for "PASSED FAILED" of all that was run
 
 Environment: KERNELS (lines: 5.10 6.1 6.12 newest packaged) and ARCHES (mips um
 x86_64 arm64) choose; without them the runs of docs/porting.md are made. Then
@@ -54,17 +55,23 @@ END
 
 update=
 case ${1-} in
-'') ;;
---update) update=1 ;;
+--update)
+	update=1
+	shift
+	;;
 -h | --help)
 	usage
 	exit
 	;;
+esac
+case $#:${1-} in
+0: | 1:[!-]*) ;;
 *)
 	usage >&2
 	exit 2
 	;;
 esac
+all_counts=${1:+$(realpath -m "$1")}
 
 chosen=${KERNELS-}${ARCHES-}
 KERNELS=${KERNELS:-5.10 6.1 6.12 newest packaged}
@@ -86,6 +93,7 @@ cd "$ZORVA_ROOT"
 mkdir -p "$ZORVA_BUILD" "$ZORVA_LOGS"
 rows=$ZORVA_BUILD/kernels.rows
 : >"$rows"
+all_passed=0
 all_failed=0
 
 # Prints the tree of a row, and builds it when it is missing.
@@ -232,6 +240,7 @@ row()
 		{ [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
 		failed=1
 	fi
+	all_passed=$((all_passed + passed))
 	all_failed=$((all_failed + failed))
 	say "$name: $passed passed, $failed failed, $((SECONDS - start)) s"
 	printf '%s | %s | %s | %s | %d | %d | %s\n' "$name" "$arch" "$facts" \
@@ -282,4 +291,5 @@ done 7< <(matrix)
 say "== all kernels"
 table "$rows"
 [ -z "$update" ] || update_docs
+[ -z "$all_counts" ] || echo "$all_passed $all_failed" >"$all_counts"
 [ "$all_failed" -eq 0 ]
