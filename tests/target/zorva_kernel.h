@@ -76,6 +76,12 @@ static inline bool zt_has_sched_setscheduler(void)
 	return it;
 }
 
+/* 6.18: the heap may take memory itself for what is freed, and do without it. */
+static inline bool zt_heap_allocates_to_free(void)
+{
+	return ZT_SINCE(6, 18);
+}
+
 /* 5.17: it has another name. */
 static inline void __noreturn zt_complete_and_exit(struct completion *done,
 						   long code)
