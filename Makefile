@@ -21,7 +21,8 @@
 # BOARD_ARGS=...       more options of target/boot.sh
 # BOARD_ICOUNT=N       in the tests an instruction takes 2^N ns (4); empty:
 #                      the board runs by the host's time
-# SECONDS=S SEED=N     of the soak: how long, and what it decides by
+# SECONDS=S SEED=N     of the soak, and of those of test-kernels: how long, and
+#                      what it decides by
 # SECONDS=S            of the fuzzers: how long each of them runs
 # ORDERS=N             of unit: in how many orders its tasks run (10)
 # SEED=N COUNT=N       of the mutants: what draws them, and how many (1, 500)
@@ -147,7 +148,8 @@ kit-test: kernel ## modules of one's own on the board, and the page about them
 .PHONY: test-kernels
 test-kernels: ## target-test on other kernels and machines, with one table
 	@target/install-deps.sh target kernels
-	@KERNELS="$(KERNELS)" ARCHES="$(ARCHES)" tests/target/kernels.sh
+	@KERNELS="$(KERNELS)" ARCHES="$(ARCHES)" SOAK_SECONDS="$(SECONDS)" \
+		tests/target/kernels.sh
 
 .PHONY: soak
 soak: kernel ## all services at once, at random, against a model

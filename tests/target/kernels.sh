@@ -18,38 +18,38 @@ usage: kernels.sh [--update] [COUNTS]
   COUNTS    a file for "PASSED FAILED" of all that was run
 
 Environment: KERNELS (lines: 5.10 6.1 6.12 newest packaged) and ARCHES (mips um
-x86_64 arm64) choose; without them the runs of docs/porting.md are made. Then
-BOARD_TIMEOUT (seconds; 1200), BOARD_ARGS (more options for boot.sh),
-CROSS_COMPILE, ZORVA_CACHE.
+x86_64 arm64) choose; without them all runs are made. SOAK_SECONDS (60) is how
+long a soak takes. Then BOARD_TIMEOUT (seconds; 1200), BOARD_ARGS (more options
+for boot.sh), CROSS_COMPILE, ZORVA_CACHE.
 END
 }
 
-# What there is: "+" for what runs when nothing is chosen; line, architecture,
-# name, the kernel's options, the board's arguments, what runs ("test", "suites":
-# without the demonstration, "run": that alone, or "soak"), and the detectors.
+# What there is: line, architecture, name, the kernel's options, the board's
+# arguments, what runs ("test", "suites": without the demonstration, "run": that
+# alone, or "soak"), and the detectors.
 matrix()
 {
 	cat <<END
-+|5.10|mips|debug|--with target/kernel/debug.config|--append slub_debug=FZ|test|lockdep, DEBUG_OBJECTS, PREEMPT, slub_debug=FZ
-+|5.10|mips|stock|--without-patches||test|none
-+|5.10|mips|coarse||--append clocksource=jiffies|test|none; a clock of ticks only
--|6.1|mips|board|||test|none
-+|6.12|mips|board|||test|none
--|newest|mips|board|||test|none
-+|newest|um|kasan|||suites|KASAN
-+|newest|um|soak|||soak|KASAN
--|6.12|x86_64|preempt|||test|none
--|newest|x86_64|preempt|||test|none
--|newest|x86_64|kasan|--with target/kernel/kasan.config||test|KASAN, UBSAN, lockdep
--|6.12|x86_64|kcsan|--with target/kernel/kcsan.config||test|KCSAN
--|6.12|arm64|preempt|||test|none
--|newest|arm64|preempt|||test|none
--|6.12|x86_64|soak|||soak|none
--|newest|arm64|soak|||soak|none
--|newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||test|none; CFI, IBT, retpolines, BTF, MODVERSIONS
--|6.12|arm64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-arm64.config||test|none; CFI, BTI, PAC, MODVERSIONS
-+|packaged|x86_64|debian|||run|none; Debian's own kernel package
-+|packaged|x86_64|soak||--append preempt=full|soak|none; Debian's own kernel package
+5.10|mips|debug|--with target/kernel/debug.config|--append slub_debug=FZ|test|lockdep, DEBUG_OBJECTS, PREEMPT, slub_debug=FZ
+5.10|mips|stock|--without-patches||test|none
+5.10|mips|coarse||--append clocksource=jiffies|test|none; a clock of ticks only
+6.1|mips|board|||test|none
+6.12|mips|board|||test|none
+newest|mips|board|||test|none
+newest|um|kasan|||suites|KASAN
+newest|um|soak|||soak|KASAN
+6.12|x86_64|preempt|||test|none
+newest|x86_64|preempt|||test|none
+newest|x86_64|kasan|--with target/kernel/kasan.config||test|KASAN, UBSAN, lockdep
+6.12|x86_64|kcsan|--with target/kernel/kcsan.config||test|KCSAN
+6.12|arm64|preempt|||test|none
+newest|arm64|preempt|||test|none
+6.12|x86_64|soak|||soak|none
+newest|arm64|soak|||soak|none
+newest|x86_64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-x86_64.config --with target/kernel/btf.config||test|none; CFI, IBT, retpolines, BTF, MODVERSIONS
+6.12|arm64|hardened|--clang --with target/kernel/hardened.config --with target/kernel/hardened-arm64.config||test|none; CFI, BTI, PAC, MODVERSIONS
+packaged|x86_64|debian|||run|none; Debian's own kernel package
+packaged|x86_64|soak||--append preempt=full|soak|none; Debian's own kernel package
 END
 }
 
@@ -73,7 +73,7 @@ case $#:${1-} in
 esac
 all_counts=${1:+$(realpath -m "$1")}
 
-chosen=${KERNELS-}${ARCHES-}
+SOAK_SECONDS=${SOAK_SECONDS:-60}
 KERNELS=${KERNELS:-5.10 6.1 6.12 newest packaged}
 ARCHES=${ARCHES:-mips um x86_64 arm64}
 check_words()
@@ -91,10 +91,8 @@ check_words ARCHES mips um x86_64 arm64
 
 cd "$ZORVA_ROOT"
 mkdir -p "$ZORVA_BUILD" "$ZORVA_LOGS"
-rows=$ZORVA_BUILD/kernels.rows
-: >"$rows"
-all_passed=0
-all_failed=0
+built=$ZORVA_BUILD
+rows=$built/kernels.rows
 
 # Prints the tree of a row, and builds it when it is missing.
 tree_of()
@@ -154,7 +152,7 @@ run_on()
 		target/board.sh "$what" "$counts" || status=$?
 		plant_on "$counts.planted" || status=$?
 	elif [ "$what" = soak ]; then
-		tests/soak/run.sh 60 || status=$?
+		tests/soak/run.sh "$SOAK_SECONDS" || status=$?
 		echo "$((status == 0)) $((status != 0))" >"$counts"
 	elif target/board.sh run >"$ZORVA_LOGS/kernels-$name.out"; then
 		echo "1 0" >"$counts"
@@ -195,7 +193,7 @@ skips_of()
 	if [ "$2" = run ]; then
 		echo "all suites: it has no KUNIT"
 	elif [ "$2" = soak ]; then
-		echo "the suites: this is the soak, 60 seconds"
+		echo "the suites: this is the soak, $SOAK_SECONDS seconds"
 	else
 		{
 			[ "$1" = mips ] ||
@@ -240,12 +238,11 @@ row()
 		{ [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
 		failed=1
 	fi
-	all_passed=$((all_passed + passed))
-	all_failed=$((all_failed + failed))
 	say "$name: $passed passed, $failed failed, $((SECONDS - start)) s"
 	printf '%s | %s | %s | %s | %d | %d | %s\n' "$name" "$arch" "$facts" \
 		"$detectors" "$passed" "$failed" \
-		"$(skips_of "$arch" "$what" "$counts")" >>"$rows"
+		"$(skips_of "$arch" "$what" "$counts")" \
+		>"$built/kernel-$name.row"
 }
 
 # The table, as it stands in docs/porting.md.
@@ -279,17 +276,50 @@ update_docs()
 		}' "$page"
 }
 
-# On its own descriptor: what runs here reads nothing of it.
-while IFS='|' read -r -u 7 usual line arch name options args what detectors; do
-	[ -n "$chosen" ] || [ "$usual" = + ] || continue
-	[[ " $KERNELS " == *" $line "* ]] || continue
-	[[ " $ARCHES " == *" $arch "* ]] || continue
-	row "$line" "$arch" "$name" "$options" "$args" "$what" "$detectors"
-done 7< <(matrix)
+chosen()
+{
+	matrix | awk -F '|' -v kernels=" $KERNELS " -v arches=" $ARCHES " \
+		'index(kernels, " " $1 " ") && index(arches, " " $2 " ")'
+}
 
-[ -s "$rows" ] || die "KERNELS=$KERNELS ARCHES=$ARCHES: no such run"
+# run_rows ROWS: on its own descriptor, as what runs here reads nothing of it
+run_rows()
+{
+	local line arch name options args what detectors
+
+	while IFS='|' read -r -u 7 line arch name options args what detectors
+	do
+		row "$line" "$arch" "$name" "$options" "$args" "$what" \
+			"$detectors"
+	done 7<<<"$1"
+}
+
+# The board's time goes by what it has done: it may wait for the others, whose
+# time goes by the host's.
+on_board=$(chosen | awk -F '|' '$2 == "mips"')
+elsewhere=$(chosen | awk -F '|' '$2 != "mips"')
+[ -n "$on_board$elsewhere" ] ||
+	die "KERNELS=$KERNELS ARCHES=$ARCHES: no such run"
+rm -f "$built"/kernel-*.row
+if [ -n "$on_board" ] && [ -n "$elsewhere" ]; then
+	{
+		renice -n 10 "$BASHPID" >/dev/null
+		run_rows "$on_board"
+	} 2>&1 | sed -u 's/^/board: /' &
+	run_rows "$elsewhere"
+	wait
+else
+	run_rows "$on_board$elsewhere"
+fi
+
+while IFS='|' read -r line arch name _; do
+	cat "$built/kernel-$line-$arch-$name.row"
+done < <(chosen) >"$rows"
 say "== all kernels"
 table "$rows"
 [ -z "$update" ] || update_docs
+read -r all_passed all_failed < <(awk -F ' [|] ' '
+	{ passed += $8; failed += $9 } END { print passed, failed }' "$rows")
 [ -z "$all_counts" ] || echo "$all_passed $all_failed" >"$all_counts"
+say "kernels: $all_passed passed, $all_failed failed, $SECONDS s"
 [ "$all_failed" -eq 0 ]
