@@ -21,7 +21,7 @@
 # BOARD_ARGS=...       more options of target/boot.sh
 # BOARD_ICOUNT=N       in the tests an instruction takes 2^N ns (4); empty:
 #                      the board runs by the host's time
-# SECONDS=S SEED=N     of the soak, and of those of test-kernels: how long, and
+# SECONDS=S SEED=N     of the soak: how long (test-kernels has it, too), and
 #                      what it decides by
 # SECONDS=S            of the fuzzers: how long each of them runs
 # ORDERS=N             of unit: in how many orders its tasks run (10)
