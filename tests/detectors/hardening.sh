@@ -132,7 +132,10 @@ types_of_arm64()
 			print substr($2, 2, length($2) - 3), hash
 		}
 		NF { hash = "" }
-		$2 == ".word" { hash = substr($3, 3) }'
+		$2 == ".word" {
+			hash = $3
+			sub(/^0x0*/, "", hash)
+		}'
 }
 
 # What C takes the type of a function for, that C++ has, is what C++ gives it.

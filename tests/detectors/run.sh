@@ -81,11 +81,12 @@ shift_out_of_range()
 		'	block->line = line << (size + 31);'
 }
 
-# A count that two processors may raise at the same time.
+# A count that two processors may raise at the same time, so often that one of
+# the few accesses that are watched is one of these.
 race()
 {
 	plant zorva_mem.cpp '	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId];' \
-		'	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId]; ++usage.allocCount;'
+		'	zorva_mem_usage_t &usage = _zorvaMallocMemUsage[compId]; for (u32 i = 0; i < 1000; ++i) { ++usage.allocCount; asm volatile("" : : : "memory"); }'
 }
 
 # The kernel calls a function of the module's that has another type.
