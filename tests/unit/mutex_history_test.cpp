@@ -100,6 +100,7 @@ TEST_F(MutexHistory, ReadsAFileNoFurtherThanTheWordWithItsEnd)
 		const std::string name(length, 'x');
 		char *const file = end - (length / 4 + 1) * 4;
 
+		memset(file, 'z', end - file);
 		strcpy(file, name.c_str());
 		zorva_mutex_history_record(mutex, 0, file, 1);
 
