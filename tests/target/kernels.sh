@@ -256,19 +256,25 @@ END
 }
 
 # Replaces what stands between the marks; rows of runs that were not made now
-# stay as they are.
+# stay as they are. What is no run any more is left out.
 update_docs()
 {
-	local page=docs/porting.md
+	local page=docs/porting.md names
 
-	sed -n '/^<!-- kernels: begin -->$/,/^<!-- kernels: end -->$/p' \
-		"$page" | sed -n 's/^| \([^ ]*-[^ ]*-[^ ]* | .*\) |$/\1/p' |
-		awk -F ' [|] ' 'NR == FNR { new[$1] = $0; order[++n] = $1; next }
-			$1 in new { print new[$1]; seen[$1] = 1; next }
-			{ print }
-			END { for (i = 1; i <= n; i++)
-				if (!(order[i] in seen)) print new[order[i]] }' \
-			"$rows" - >"$rows.all"
+	names=$(matrix | awk -F '|' '{ printf "%s-%s-%s ", $1, $2, $3 }')
+	{
+		sed -n '/^<!-- kernels: begin -->$/,/^<!-- kernels: end -->$/p' \
+			"$page" |
+			sed -n 's/^| \([^ ]*-[^ ]*-[^ ]* | .*\) |$/\1/p'
+		cat "$rows"
+	} | awk -F ' [|] ' -v names="$names" '
+		{ row[$1] = $0 }
+		END {
+			count = split(names, name, " ")
+			for (i = 1; i <= count; i++)
+				if (name[i] in row)
+					print row[name[i]]
+		}' >"$rows.all"
 	table "$rows.all" >"$rows.table"
 	sed -i -e "/^<!-- kernels: begin -->$/r $rows.table" \
 		-e '/^<!-- kernels: begin -->$/,/^<!-- kernels: end -->$/{
