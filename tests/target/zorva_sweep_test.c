@@ -197,7 +197,7 @@ static void sweep(struct kunit *test, const struct service *service)
 {
 	const struct zt_account account = zt_account_of(test, service->charged);
 	const char *const before = registries(test);
-	unsigned int n;
+	unsigned int n, others = 0;
 
 	for (n = 1; n <= service->allocations + 1; n++) {
 		const bool mutex_stays = service->mutex_stays &&
@@ -210,6 +210,13 @@ static void sweep(struct kunit *test, const struct service *service)
 		done = service->make();
 		failed = zt_end_failing();
 
+		/* It was one of the heap's own: once more. */
+		if (done && failed && zt_heap_allocates_to_free() &&
+		    others++ < 8) {
+			service->drop();
+			n--;
+			continue;
+		}
 		KUNIT_EXPECT_EQ_MSG(test, failed, n <= service->allocations,
 				    "with allocation %u failing", n);
 		KUNIT_EXPECT_EQ_MSG(test, done, !failed,
