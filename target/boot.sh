@@ -227,6 +227,26 @@ rm -f "$log.qemu"
 [ -f "$log" ] || die "the emulator did not start (status $status)"
 sed -Ei "${clean[@]}" "$log"
 
+# A race is told, but it is only a complaint when a module has a part in it: a
+# kernel has some of its own.
+if grep -q 'BUG: KCSAN: ' "$log"; then
+	awk '
+		function end_report() {
+			if (!has_module)
+				sub(/BUG: KCSAN: /, "KCSAN: ", report)
+			printf "%s", report
+			report = ""
+			inside = has_module = 0
+		}
+		/BUG: KCSAN: / { end_report(); inside = 1 }
+		!inside { print; next }
+		/ \[[a-z][a-z0-9_]*\]/ { has_module = 1 }
+		{ report = report $0 "\n" }
+		/ Reported by Kernel Concurrency Sanitizer/ { end_report() }
+		END { end_report() }' "$log" >"$log.races"
+	mv "$log.races" "$log"
+fi
+
 # An oops, a panic, a complaint of the allocator or of the lock checker, a
 # stall. A plain WARNING ("WARNING: CPU: ...", or since 7.0 "WARNING: at ...") is
 # left to the tests.

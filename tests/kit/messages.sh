@@ -148,6 +148,19 @@ board "an oops is named with its module" 3 \
 	'[    8.1] Oops[#1]:' \
 	'[    8.1] epc   : c000f008 poe_init+0x8/0x14 [poe]' \
 	'scenario: exit status 0'
+# race FUNCTION...: a report of KCSAN
+race()
+{
+	printf '[    8.1] %s\n' \
+		'BUG: KCSAN: data-race in hrtimer_active / run_timers' '' \
+		'write to 0xffff88801f41c458 of 8 bytes by interrupt on cpu 0:' \
+		"$@" '' 'Reported by Kernel Concurrency Sanitizer on:'
+}
+board "a race in which a module has a part" 3 'the kernel came to harm' 0 \
+	"$(race ' hrtimer_active+0x8/0x14')" \
+	"$(race ' poe_init+0x8/0x14 [poe]')" 'scenario: exit status 0'
+board "a race of the kernel's own" 0 'scenario passed' 0 \
+	"$(race ' hrtimer_active+0x8/0x14')" 'scenario: exit status 0'
 board "a scenario that passes" 0 'scenario passed' 0 'scenario: exit status 0'
 
 # --- The unit tests, with a compiler that has nothing to do
