@@ -129,6 +129,14 @@ static bool is_in_state(u32 pid, unsigned int state)
 	return is;
 }
 
+/* It has come to its wait when this returns. */
+static void start_waiting(struct kunit *test, struct probe *which,
+			  const char *name, s32 priority)
+{
+	start(test, which, name, priority, wait_in_vain);
+	ZT_WAIT_FOR(test, is_in_state(which->thread.pid, TASK_UNINTERRUPTIBLE));
+}
+
 static void expect_listed(struct kunit *test, const char *name, u32 pid,
 			  unsigned int state, s32 priority)
 {
@@ -157,7 +165,7 @@ static void a_thread_runs_its_entry_with_its_argument(struct kunit *test)
 {
 	struct probe *const self = &probe;
 
-	start(test, self, "runs", 128, wait_in_vain);
+	start_waiting(test, self, "runs", 128);
 
 	/* That it could be found at all came by way of the argument. */
 	KUNIT_EXPECT_TRUE(test, self->is_kthread);
@@ -187,7 +195,7 @@ static void the_argument_may_be_null(struct kunit *test)
 
 static void it_is_listed_when_create_returns(struct kunit *test)
 {
-	start(test, &probe, "listed", 77, wait_in_vain);
+	start_waiting(test, &probe, "listed", 77);
 
 	expect_listed(test, "listed", probe.thread.pid, TASK_UNINTERRUPTIBLE,
 		      77);
@@ -200,7 +208,7 @@ static void expect_name(struct kunit *test, const char *given, const char *want,
 			const char *comm)
 {
 	zt_forget_reports();
-	start(test, &probe, given, 128, wait_in_vain);
+	start_waiting(test, &probe, given, 128);
 	ZT_EXPECT_REPORTS(test, CREATED("%s"), want);
 	expect_listed(test, want, probe.thread.pid, TASK_UNINTERRUPTIBLE, 128);
 	ZT_EXPECT_TEXT(test, probe.comm, "%s", comm);
@@ -257,7 +265,7 @@ static void a_null_name_is_made_of_component_and_line(struct kunit *test)
 
 static void priority_30_is_round_robin_at_90(struct kunit *test)
 {
-	start(test, &probe, "fast", 30, wait_in_vain);
+	start_waiting(test, &probe, "fast", 30);
 
 	/* A stock kernel lacks it: then the thread says so and runs on. */
 	if (zt_has_sched_setscheduler()) {
@@ -306,7 +314,7 @@ static void any_other_priority_is_a_nice_value(struct kunit *test)
 
 	for (i = 0; i < ARRAY_SIZE(cases); i++) {
 		zt_forget_reports();
-		start(test, &probe, "nice", cases[i].priority, wait_in_vain);
+		start_waiting(test, &probe, "nice", cases[i].priority);
 
 		KUNIT_EXPECT_EQ_MSG(test, probe.nice, cases[i].nice,
 				    "priority %d", cases[i].priority);
@@ -460,7 +468,7 @@ static void a_destroy_finds_tracked_threads_only(struct kunit *test)
 	static const u32 pids[] = { 1, 2, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF };
 	const u32 *pid;
 
-	start(test, &probe, "only one", 128, wait_in_vain);
+	start_waiting(test, &probe, "only one", 128);
 	zt_forget_reports();
 
 	/* This very task exists, and so do the first two. */
@@ -486,7 +494,7 @@ static void a_destroy_finds_tracked_threads_only(struct kunit *test)
 
 static void a_destroy_sends_a_signal_and_no_more(struct kunit *test)
 {
-	start(test, &probe, "deaf", 5, wait_in_vain);
+	start_waiting(test, &probe, "deaf", 5);
 	zt_forget_reports();
 
 	KUNIT_EXPECT_EQ(test, destroy(probe.thread.pid), ZORVA_RC_OK);
@@ -546,7 +554,7 @@ static void two_signals_get_through_and_no_other(struct kunit *test)
 {
 	struct task_struct *task;
 
-	start(test, &probe, "signals", 128, wait_in_vain);
+	start_waiting(test, &probe, "signals", 128);
 	task = probe.thread.task;
 
 	/* SIGKILL is left to do what it always does, SIGTERM is let in. */
@@ -666,7 +674,7 @@ static void every_check_of_exit_has_its_own_line(struct kunit *test)
 
 static void a_task_that_is_no_thread_cannot_exit(struct kunit *test)
 {
-	start(test, &probe, "another", 128, wait_in_vain);
+	start_waiting(test, &probe, "another", 128);
 	zt_forget_reports();
 
 	KUNIT_EXPECT_EQ(test, zorva_thread_exit_track(COMP, 1, "x.c", 9),
@@ -683,7 +691,7 @@ static void the_report_shows_the_newest_first(struct kunit *test)
 	static struct probe third;
 	const char *first = _componentName[COMP];
 
-	start(test, &probe, "asleep", -5, wait_in_vain);
+	start_waiting(test, &probe, "asleep", -5);
 	start(test, &second, "dozing", 30, wait_for_the_kill);
 	start(test, &third, "awake", 255, never_sleep);
 	ZT_WAIT_FOR(test, is_in_state(probe.thread.pid, TASK_UNINTERRUPTIBLE));
