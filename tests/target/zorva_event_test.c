@@ -412,14 +412,14 @@ static void a_wait_has_its_signal_before_it_locks(struct kunit *test)
 	drop(test, event);
 }
 
-#define SETTERS 3u
-#define SETS 1000u
+#define SETTERS 3
+#define SETS 1000
 
 struct storm {
 	zorva_event_t *event;
-	unsigned int setters;
-	unsigned int failed;
-	unsigned int sets;
+	atomic_t setters;
+	atomic_t failed;
+	atomic_t sets;
 	unsigned int signals;
 	u32 seen[2];
 };
@@ -428,7 +428,7 @@ struct storm {
 static void set_often(void *arg)
 {
 	struct storm *storm = arg;
-	const unsigned int own = storm->setters++;
+	const unsigned int own = atomic_fetch_inc(&storm->setters);
 	unsigned int i;
 
 	for (i = 0; i < SETS; i++) {
@@ -436,9 +436,9 @@ static void set_often(void *arg)
 		const u32 bits[2] = { bit < 32 ? 1u << bit : 0,
 				      bit < 32 ? 0 : 1u << (bit - 32) };
 
-		storm->failed += zorva_event_set(MSG_CALLER, storm->event,
-						 bits) != ZORVA_RC_OK;
-		storm->sets++;
+		if (zorva_event_set(MSG_CALLER, storm->event, bits))
+			atomic_inc(&storm->failed);
+		atomic_inc(&storm->sets);
 		if (i % 16 == own)
 			schedule();
 	}
@@ -452,7 +452,7 @@ static void wait_often(void *arg)
 
 	for (i = 0; i < SETTERS * SETS; i++) {
 		if (zorva_event_wait(MSG_CALLER, storm->event, bits, 5000)) {
-			storm->failed++;
+			atomic_inc(&storm->failed);
 			return;
 		}
 		storm->signals++;
@@ -474,8 +474,8 @@ static void no_signal_of_many_setters_is_lost(struct kunit *test)
 		msg_join_within(test, setters[i], 60);
 	msg_join_within(test, waiter, 60);
 
-	KUNIT_EXPECT_EQ(test, storm.failed, 0u);
-	KUNIT_EXPECT_EQ(test, storm.sets, SETTERS * SETS);
+	KUNIT_EXPECT_EQ(test, atomic_read(&storm.failed), 0);
+	KUNIT_EXPECT_EQ(test, atomic_read(&storm.sets), SETTERS * SETS);
 	KUNIT_EXPECT_EQ(test, storm.signals, SETTERS * SETS);
 	KUNIT_EXPECT_EQ(test, storm.seen[0], 0xFFFFFFFFu);
 	KUNIT_EXPECT_EQ(test, storm.seen[1], 0x7FFFFFFFu);
