@@ -86,7 +86,8 @@ static const struct reading {
  * A reading lies between two of the kernel's own. Rounds in which those two
  * are the same, which most are but for microseconds, leave it no choice. There
  * is no pause between the rounds, over ten ticks: two clocks may differ for no
- * more than an instant in each.
+ * more than an instant in each. Where there are several processors a reading
+ * may be a tick old, and so the second that it tells, once.
  */
 static void expect_readings_in_step(struct kunit *test)
 {
@@ -95,12 +96,18 @@ static void expect_readings_in_step(struct kunit *test)
 	for (reading = readings; reading < readings + ARRAY_SIZE(readings);
 	     reading++) {
 		const ktime_t end = ktime_add_ms(ktime_get(), 100);
+		bool was_old = num_online_cpus() == 1;
 
 		do {
 			const u32 before = reading->own();
 			const u32 value = reading->read();
 			const u32 after = reading->own();
 
+			if (value - before > after - before && !was_old) {
+				was_old = true;
+				mdelay(20);
+				continue;
+			}
 			KUNIT_ASSERT_LE_MSG(test, value - before,
 					    after - before,
 					    "%s: %u, but %u before, %u after",
