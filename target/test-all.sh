@@ -139,7 +139,7 @@ if [ -n "$slow" ]; then
 	run_slow fleet 400 tests/fleet/run.sh
 	run_slow modules 600 tests/kit/run.sh
 	# The kernel after the target's, on the same board; built first.
-	run_slow later 900 env KERNELS=6.12 ARCHES=mips tests/target/kernels.sh
+	run_slow later 1400 env KERNELS=6.12 ARCHES=mips tests/target/kernels.sh
 fi
 
 for name in "${levels[@]}"; do
