@@ -97,6 +97,7 @@ static void expect_readings_in_step(struct kunit *test)
 	     reading++) {
 		const ktime_t end = ktime_add_ms(ktime_get(), 100);
 		bool was_old = num_online_cpus() == 1;
+		u32 last = reading->read();
 
 		do {
 			const u32 before = reading->own();
@@ -104,6 +105,7 @@ static void expect_readings_in_step(struct kunit *test)
 			const u32 after = reading->own();
 
 			if (value - before > after - before && !was_old) {
+				KUNIT_ASSERT_EQ(test, value, last);
 				was_old = true;
 				mdelay(20);
 				continue;
@@ -113,6 +115,7 @@ static void expect_readings_in_step(struct kunit *test)
 					    "%s: %u, but %u before, %u after",
 					    reading->name, value, before,
 					    after);
+			last = value;
 		} while (ktime_before(ktime_get(), end));
 	}
 }
