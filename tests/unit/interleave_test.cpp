@@ -69,6 +69,15 @@ protected:
 			  ok);
 	}
 
+	static zorva_sem *make_taken_sem()
+	{
+		zorva_sem *const sem =
+			zorva_sem_create_track(owner, "s", 1, "caller.c", 7);
+
+		zorva_sem_take_track(owner, sem, 0, "caller.c", 11);
+		return sem;
+	}
+
 	void destroy(zorva_mutex *mutex)
 	{
 		EXPECT_EQ(zorva_mutex_destroy_track(owner, mutex, "caller.c",
@@ -589,9 +598,7 @@ TEST_P(Interleaved, AReportShowsAMutexAsTakenByWhomHasTakenIt)
 TEST_P(Interleaved, AReportOfTakenSemaphoresHasNoneThatWasGivenMeanwhile)
 {
 	const auto round = [](const interrupted_call &interrupted) {
-		zorva_sem *const sem =
-			zorva_sem_create_track(owner, "s", 1, "caller.c", 7);
-		zorva_sem_take_track(owner, sem, 0, "caller.c", 11);
+		zorva_sem *const sem = make_taken_sem();
 		/* As a give does once it has been recorded. */
 		fake::start_task("giver", [sem] {
 			up(&sem->semaphore);
@@ -612,9 +619,7 @@ TEST_P(Interleaved, AReportOfTakenSemaphoresHasNoneThatWasGivenMeanwhile)
 TEST_P(Interleaved, AReportOfAllSemaphoresShowsOneAsItWasOrAsItIs)
 {
 	const auto round = [](const interrupted_call &interrupted) {
-		zorva_sem *const sem =
-			zorva_sem_create_track(owner, "s", 1, "caller.c", 7);
-		zorva_sem_take_track(owner, sem, 0, "caller.c", 11);
+		zorva_sem *const sem = make_taken_sem();
 		fake::start_task("giver", [sem] {
 			zorva_sem_give_track(owner, sem, "caller.c", 12);
 		});
