@@ -180,17 +180,14 @@ test_root()
 # single test noticed.
 run_suites()
 {
-	local counts=$1 board=0 report=0 icount real_time=
+	local counts=$1 board=0 report=0 icount
 
 	passed=0 failed=0 skips=
 	rm -f "$counts"
 	# By instructions, the board's time is its own: tests that measure do
 	# not depend on what else the host is doing.
 	icount=${BOARD_ICOUNT-4}
-	# A program's own time stands still or panics under tests that read the
-	# clock without an end.
-	[ "$arch" != um ] || real_time=--real-time
-	boot test ${icount:+--icount "$icount"} $real_time || board=$?
+	boot test ${icount:+--icount "$icount"} || board=$?
 	"$ZORVA_ROOT/tests/target/report.sh" "$ZORVA_LOGS/test-console.log" \
 		"$counts" || report=$?
 	if [ -f "$counts" ]; then

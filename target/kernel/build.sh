@@ -82,10 +82,11 @@ case $line in
 newest) suite=trixie-backports ;;
 *) die "--line $line: there are 5.10, 6.1, 6.12 and newest" ;;
 esac
-patch=$here/sched-export-6.11.patch
+patches=("$here/sched-export-6.11.patch")
 case $line in
-5.10 | 6.1) patch=$here/sched-export-5.10.patch ;;
+5.10 | 6.1) patches=("$here/sched-export-5.10.patch") ;;
 esac
+[ "$arch" != um ] || patches+=("$here/um-alarm.patch")
 
 # The names that the kernel's makefiles have for the architecture and for what
 # is booted.
@@ -181,7 +182,7 @@ key()
 {
 	{
 		wanted_options "${fragments[@]}"
-		[ -z "$patched" ] || cat "$patch"
+		[ -z "$patched" ] || cat "${patches[@]}"
 		# The board's own kernel is told by these two alone.
 		echo "$version $LAYOUT"
 		[ "$arch" = mips ] || echo "$arch"
@@ -220,9 +221,9 @@ unpack()
 			"${unneeded[@]/#/--exclude=}"
 }
 
-apply_patch()
+apply_patches()
 {
-	patch -d "$work/linux" -p1 --fuzz=0 <"$patch"
+	cat "${patches[@]}" | patch -d "$work/linux" -p1 --fuzz=0
 }
 
 kmake()
@@ -293,7 +294,7 @@ if [ ! -d "$tree" ]; then
 	[ -f "$source_deb" ] || step "kernel: fetch $package $version" fetch
 	step_failure=
 	step "kernel: unpack" unpack
-	[ -z "$patched" ] || step "kernel: patch" apply_patch
+	[ -z "$patched" ] || step "kernel: patch" apply_patches
 	step "kernel: configure" configure
 	step "kernel: compile" compile
 	step "kernel: prune the tree" prune

@@ -24,6 +24,9 @@
 #if __has_include(<linux/hrtimer_bases.h>)
 #include <linux/hrtimer_bases.h>
 #endif
+#ifdef CONFIG_UML_TIME_TRAVEL_SUPPORT
+#include <shared/timetravel.h>
+#endif
 
 #define ZT_SINCE(major, minor)                                                 \
 	(LINUX_VERSION_CODE >= KERNEL_VERSION(major, minor, 0))
@@ -159,6 +162,16 @@ hrtimer_setup_on_stack(struct hrtimer *timer,
 #define ZT_SKIP(test, ...) kunit_skip(test, __VA_ARGS__)
 #else
 #define ZT_SKIP(test, ...) KUNIT_FAIL(test, __VA_ARGS__)
+#endif
+
+/*
+ * User Mode Linux can have a time of its own. It passes in sleeps, and not
+ * while somebody counts loops.
+ */
+#ifdef CONFIG_UML_TIME_TRAVEL_SUPPORT
+#define ZT_OWN_TIME (time_travel_mode != TT_MODE_OFF)
+#else
+#define ZT_OWN_TIME false
 #endif
 
 /*
