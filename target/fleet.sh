@@ -71,14 +71,17 @@ stop()
 	done
 }
 
-# The kernel that these boards have needs a network device.
+# The kernel that these boards have needs a network device, so it is none that
+# others work with.
 build()
 {
-	KERNEL_BUILD=${KERNEL_BUILD:-$("$ZORVA_ROOT/target/kernel/build.sh" \
-		--with "$ZORVA_ROOT/target/kernel/network.config" --print-dir)}
+	local with=(--with "$ZORVA_ROOT/target/kernel/network.config")
+
+	KERNEL_BUILD=$("$ZORVA_ROOT/target/kernel/build.sh" "${with[@]}" \
+		--print-dir)
 	export KERNEL_BUILD
-	[ -d "$KERNEL_BUILD" ] || "$ZORVA_ROOT/target/kernel/build.sh" \
-		--with "$ZORVA_ROOT/target/kernel/network.config"
+	[ -d "$KERNEL_BUILD" ] ||
+		"$ZORVA_ROOT/target/kernel/build.sh" "${with[@]}"
 	build_lock
 	"$ZORVA_ROOT/target/busybox/build.sh"
 	"$ZORVA_ROOT/target/modules.sh" module examples fleet
