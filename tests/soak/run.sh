@@ -76,11 +76,10 @@ verbose=/sys/kernel/debug/failslab/verbose
 insmod "\$modules/zorva.ko" || exit
 (
 	reads=0
+	set -- /proc/zorva/*
 	while [ ! -f /tmp/over ]; do
-		for report in /proc/zorva/*; do
-			cat "\$report" >/tmp/report || exit
-			reads=\$((reads + 1))
-		done
+		cat "\$@" >/tmp/report || exit
+		reads=\$((reads + \$#))
 		sleep 0.1
 	done
 	echo "soak: the user has read \$reads reports"
