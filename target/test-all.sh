@@ -136,7 +136,8 @@ if [ -n "$slow" ]; then
 	run_slow gdb 60 tests/gdb/run.sh
 	run_slow report 30 tests/report/run.py "$ZORVA_BUILD/tools/zorva" \
 		tools/zorva/samples "$ZORVA_BUILD/report"
-	run_slow fleet 400 tests/fleet/run.sh
+	# Its boards have a kernel of their own; built first.
+	run_slow fleet 800 tests/fleet/run.sh
 	run_slow modules 600 tests/kit/run.sh
 	# The kernel after the target's, on the same board; built first.
 	run_slow later 1400 env KERNELS=6.12 ARCHES=mips tests/target/kernels.sh
