@@ -704,7 +704,10 @@ static void delays_work_in_every_context(struct kunit *test)
 	ZT_FOR_EACH_CONTEXT(context) {
 		struct visit visit = { .context = context };
 
-		context->run(delay_here, &visit);
+		/* The clock of several emulated processors may lag for once. */
+		for (tries = 0; tries < 3 && visit.nsecs < own.nsecs / 4;
+		     tries++)
+			context->run(delay_here, &visit);
 
 		KUNIT_EXPECT_TRUE_MSG(test, visit.interrupt, "%s",
 				      context->name);
