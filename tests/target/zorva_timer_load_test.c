@@ -6,6 +6,7 @@
  * This uses up all timers, so it is the last suite that can make any.
  */
 #include <linux/module.h>
+#include <linux/rcupdate.h>
 #include <linux/string.h>
 
 #include "zorva_timer_test.h"
@@ -35,6 +36,12 @@ static void (*hrt_errand)(u32 place);
 static u32 errand_results;
 static unsigned int expiries;
 
+static void run_errand(void (*errand)(u32 place), u32 place)
+{
+	if (errand)
+		errand(place);
+}
+
 static void tick_expired(unsigned long data)
 {
 	struct loaded *timer = &ticks[data % TICKS];
@@ -42,8 +49,7 @@ static void tick_expired(unsigned long data)
 	timer->expiries++;
 	timer->order = expiries++;
 	timer->jiffies = jiffies;
-	if (tick_errand)
-		tick_errand(data % TICKS);
+	run_errand(READ_ONCE(tick_errand), data % TICKS);
 }
 
 static void hrt_expired(unsigned long data)
@@ -53,8 +59,7 @@ static void hrt_expired(unsigned long data)
 	timer->expiries++;
 	timer->order = expiries++;
 	timer->jiffies = jiffies;
-	if (hrt_errand)
-		hrt_errand(data % HRTS);
+	run_errand(READ_ONCE(hrt_errand), data % HRTS);
 }
 
 static u32 make_tick(void)
@@ -113,13 +118,20 @@ static void forget_expiries(void)
 	errand_results = 0;
 }
 
+/* Also those that are under way on other processors. */
+static void end_errands(void)
+{
+	WRITE_ONCE(tick_errand, NULL);
+	WRITE_ONCE(hrt_errand, NULL);
+	synchronize_rcu();
+}
+
 /* Errands end first: then nothing starts a timer that was stopped. */
 static void stop_all(struct kunit *test)
 {
 	unsigned int i;
 
-	tick_errand = NULL;
-	hrt_errand = NULL;
+	end_errands();
 	for (i = 0; i < tick_count; i++)
 		KUNIT_EXPECT_EQ(test, zorva_timer_stop(OWNER, &ticks[i].id),
 				ZORVA_RC_OK);
@@ -648,8 +660,7 @@ static void high_resolution_timers_expire_in_their_order(struct kunit *test)
 /* A test that broke off may have left them; no timer may start another. */
 static void load_exit(struct kunit *test)
 {
-	tick_errand = NULL;
-	hrt_errand = NULL;
+	end_errands();
 	zt_timers_exit(test);
 }
 
