@@ -143,13 +143,18 @@ static bool is_early(const struct soak_timer *timer)
 	return jiffies - timer->started_tick < timer->period / 10;
 }
 
-/* The lock is held. The callback may be that of a start in doubt. */
+/*
+ * The lock is held. The callback may be that of a start in doubt, but not where
+ * one start came on top of another: the other's callback had begun by then, and
+ * those before it are over.
+ */
 static void note_callback(struct soak_timer *timer, unsigned long index)
 {
 	const bool on_top = timer->outstanding > 1;
 
 	timer->fired++;
-	if (timer->doubtful && (!timer->outstanding || is_early(timer))) {
+	if (timer->doubtful && !on_top &&
+	    (!timer->outstanding || is_early(timer))) {
 		timer->doubtful--;
 		return;
 	}
