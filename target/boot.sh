@@ -154,9 +154,11 @@ fi
 [ -z "$gdb" ] ||
 	machine+=(${gdb_wait:+-S} -gdb "unix:$gdb,server=on,wait=off")
 if [ -n "$net" ]; then
+	# In this slot it has an interrupt of its own. The board's controller
+	# takes edges: of two devices on one line it can miss one for good.
 	machine+=(-netdev
 		"user,id=net,restrict=on,hostfwd=tcp:127.0.0.1:$net-:80"
-		-device "virtio-net-pci,netdev=net")
+		-device "virtio-net-pci,netdev=net,addr=0x14")
 	words+=" net"
 elif [ "$arch" != um ]; then
 	machine+=(-nic none)
