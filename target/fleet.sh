@@ -89,7 +89,7 @@ build()
 	mapfile -t modules < <(for dir in plat/linux/zorva examples tests/fleet; do
 		modules_in_order "$built/$dir"
 	done)
-	mapfile -t -O ${#modules[@]} modules < <(find "$KERNEL_BUILD" \
+	mapfile -t -O ${#modules[@]} modules < <(find "$KERNEL_BUILD/" \
 		\( -path '*/drivers/*' -o -path '*/net/*' -o -path '*/fs/*' \) \
 		-name '*.ko')
 	"$ZORVA_ROOT/target/rootfs/mkroot.sh" "$fleet/root.cpio.gz" \
