@@ -8,6 +8,7 @@
 #include <linux/module.h>
 #include <linux/moduleparam.h>
 #include <linux/semaphore.h>
+#include <linux/string.h>
 
 #include <zorva/zorva.h>
 
@@ -84,19 +85,23 @@ static void make_timers(void)
 }
 
 /*
- * A torn guard, a torn size, and whole blocks of two owners. By the torn size
- * the end is looked for within the block: what others write does not change it.
+ * A torn guard, a torn start mark, a torn size, and whole blocks of two owners.
+ * Of a torn block the report shows what is at four times its rounded size. The
+ * sizes keep that within the block's memory, where nobody else writes.
  */
 static void make_blocks(void)
 {
 	char *guard = zorva_malloc(OWNER, 10);
+	u32 *start = zorva_malloc(OTHER, 4);
 	u32 *sized = zorva_malloc(OTHER, 64);
 	unsigned int i;
 
 	for (i = 1; i < 40; ++i)
 		zorva_malloc(i % 3 ? OWNER : OTHER, i);
 	guard[12] = 1;
-	sized[-13] = 16;
+	start[-13] = 1;
+	memset(sized, 0x5A, 64);
+	sized[-12] = 12;
 }
 
 static int end_set(const char *text, const struct kernel_param *kp)
