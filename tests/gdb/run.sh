@@ -122,7 +122,7 @@ has_all()
 	done
 	[ "$(grep -c 'memory corruption' "$work/board/zorva.mem.detail")" -eq 3 ] ||
 		{ echo "zorva.mem.detail: not three torn blocks" && bad=1; }
-	grep -q 'invalid end 0x5a5a5a5a' "$work/board/zorva.mem.detail" ||
+	grep -q 'invalid end 0x5a5a000c' "$work/board/zorva.mem.detail" ||
 		{ echo "zorva.mem.detail: no torn size" && bad=1; }
 	grep -q '(forever)' "$work/board/zorva.sem.detail" || bad=1
 	grep -q '^Curr Depth   : 4$' "$work/board/zorva.msgq" || bad=1

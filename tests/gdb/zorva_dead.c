@@ -8,7 +8,6 @@
 #include <linux/module.h>
 #include <linux/moduleparam.h>
 #include <linux/semaphore.h>
-#include <linux/string.h>
 
 #include <zorva/zorva.h>
 
@@ -100,7 +99,8 @@ static void make_blocks(void)
 		zorva_malloc(i % 3 ? OWNER : OTHER, i);
 	guard[12] = 1;
 	start[-13] = 1;
-	memset(sized, 0x5A, 64);
+	for (i = 0; i < 64 / sizeof(*sized); ++i)
+		sized[i] = 0x5A5A0000 + i;
 	sized[-12] = 12;
 }
 
