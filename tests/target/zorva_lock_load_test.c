@@ -206,17 +206,18 @@ static void a_killed_crowd_hands_one_unit_on(struct kunit *test)
 	zorva_sem_destroy_track(COMP, gate, NULL, 0);
 }
 
-/* The kernel's threads, but for its workers, which come as work does. */
+/*
+ * The kernel's threads, but for those that end, as that of the test before may,
+ * and for workers, which come as work does.
+ */
 static unsigned int thread_count(void)
 {
+	const unsigned int flags = PF_KTHREAD | PF_EXITING | PF_WQ_WORKER;
 	const struct task_struct *task;
 	unsigned int count = 0;
 
 	rcu_read_lock();
-	for_each_process(task) {
-		if ((task->flags & (PF_KTHREAD | PF_WQ_WORKER)) == PF_KTHREAD)
-			count++;
-	}
+	for_each_process(task) count += (task->flags & flags) == PF_KTHREAD;
 	rcu_read_unlock();
 	return count;
 }
