@@ -115,12 +115,13 @@ read_picture()
 }
 
 # What differs from run to run: PIDs, times, how much has leaked, which of the two
-# threads is named first, and which block lies below the damaged one.
+# threads is named first, and what lies below the damaged block.
 same_in_all_runs()
 {
 	sed -E -e 's/\([0-9]+\)/(PID)/g' -e 's/\b[0-9]+ s\b/N s/g' \
 		-e 's/[0-9]+ blocks, .*/N blocks/' \
-		-e 's/(the block below), of .*/\1/' \
+		-e 's/(its end was overwritten), or .* the block below, of .*/WHERE/' \
+		-e 's/no block lies right below it: its own end was .*/WHERE/' \
 		-e '/^DEADLOCK/s/(stp|lag)-update/THREAD/g' | LC_ALL=C sort
 }
 

@@ -31,7 +31,8 @@ counts=${1:+$(realpath -m "$1")}
 docs=$ZORVA_BUILD/docs
 shots=$docs/screenshots
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+# What the browser has left running may still write.
+trap 'rm -rf "$work" || true' EXIT
 mkdir -p "$shots"
 passed=0
 failed=0
@@ -55,7 +56,7 @@ check()
 # nothing that would reach out.
 browser()
 {
-	chromium --headless --no-sandbox --disable-gpu --disable-quic \
+	timeout -k 5 120 chromium --headless --no-sandbox --disable-gpu --disable-quic \
 		--no-first-run --disable-background-networking \
 		--disable-component-update --disable-sync --hide-scrollbars \
 		--allow-file-access-from-files --user-data-dir="$work/profile" \

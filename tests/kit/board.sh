@@ -108,7 +108,7 @@ says "nothing is written into the directories" 0 '^$|^same$' \
 # --- What is left, whatever it is
 module left <<END
 static int runs(void *unused) { return 0; }
-static void entry(void *unused) { zorva_time_sleep(2); (void)runs; }
+static void entry(void *unused) { zorva_time_sleep(60); (void)runs; }
 static void expired(unsigned long unused) { }
 static u32 timer;
 $(init_and_exit '

@@ -135,9 +135,9 @@ board()
 	says "$text" "$status" "$pattern" env PATH="$work/bin" \
 		BOARD_SAYS="$work/console" BOARD_SLEEPS="$sleeps" \
 		target/boot.sh --kernel "$work/vmlinux" \
-		--initrd "$work/vmlinux" --log "$work/log" --timeout 1
+		--initrd "$work/vmlinux" --log "$work/log" --timeout "${limit:-30}"
 }
-board "a board at the limit names BOARD_TIMEOUT and the log" 124 \
+limit=1 board "a board at the limit names BOARD_TIMEOUT and the log" 124 \
 	"limit of 1 s \\(BOARD_TIMEOUT=1\\); console: $work/log\$" 60 hello
 board "a scenario's status is the board's" 7 \
 	'the scenario failed with status 7' 0 'scenario: exit status 7'

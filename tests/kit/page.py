@@ -15,12 +15,15 @@ In what comes, "..." stands for anything within a line, and alone on a line for
 any lines. ZORVA is a checkout in which the commands are typed. Prints a line
 for each block. Exit status: 1 when one of them fails.
 """
+import contextlib
 import os
 import pty
 import re
 import select
+import signal
 import subprocess
 import sys
+import threading
 import time
 from pathlib import Path
 
@@ -139,6 +142,31 @@ class Board:
         return [line for line in lines[1:] if line.strip()]
 
 
+def type_here(command, shell):
+    """The lines that a command gives on this machine."""
+    # Without the shell nothing of the page goes on.
+    limit = threading.Timer(LIMIT, os.killpg, (shell.pid, signal.SIGKILL))
+    limit.start()
+    lines = []
+    try:
+        shell.stdin.write(f"{{ {command}\n}} 2>&1 </dev/null; "
+                          "printf '\\n@end %s\\n' $?\n")
+        shell.stdin.flush()
+        for line in shell.stdout:
+            if line.startswith("@end "):
+                break
+            lines.append(line.rstrip("\n"))
+        else:
+            raise Mismatch(f"no end within {LIMIT} s:\n" + "\n".join(lines))
+    except BrokenPipeError:
+        raise Mismatch("the shell has ended before") from None
+    finally:
+        limit.cancel()
+    while lines and not lines[-1]:
+        lines.pop()
+    return lines
+
+
 def run_session(session, directory, shell):
     """Types the commands of one block."""
     board = None
@@ -154,16 +182,7 @@ def run_session(session, directory, shell):
             if board.ended:
                 raise Mismatch("no shell:\n" + "\n".join(lines))
         else:
-            shell.stdin.write(f"{{ {command}\n}} 2>&1 </dev/null; "
-                              "printf '\\n@end %s\\n' $?\n")
-            shell.stdin.flush()
-            lines = []
-            for line in shell.stdout:
-                if line.startswith("@end "):
-                    break
-                lines.append(line.rstrip("\n"))
-            while lines and not lines[-1]:
-                lines.pop()
+            lines = type_here(command, shell)
         compare(expected, lines)
     if board and not board.ended:
         raise Mismatch("the shell on the board was not left")
@@ -177,8 +196,8 @@ def main():
     failed = passed = 0
     # One shell for all, so that variables stay.
     with subprocess.Popen(["bash"], cwd=zorva, text=True,
-                          stdin=subprocess.PIPE,
-                          stdout=subprocess.PIPE) as shell:
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          start_new_session=True) as shell:
         for line, language, path, content in blocks(page.read_text()):
             if path:
                 (zorva / path).write_text(content)
@@ -197,7 +216,8 @@ def main():
                 print("        " + str(why).replace("\n", "\n        "))
             print(f"{result}  {page.name}:{line}: "
                   f"{time.monotonic() - start:.0f} s", flush=True)
-        shell.stdin.close()
+        with contextlib.suppress(BrokenPipeError):
+            shell.stdin.close()
     print(f"{page.name}: {passed} passed, {failed} failed")
     return 1 if failed else 0
 

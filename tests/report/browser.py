@@ -28,6 +28,8 @@ class Browser:
         self.number = 0
         self.rest = b""
         self.session = None
+        # The loads that are done.
+        self.loaded = set()
         # What the page has asked for, and what its console was told.
         self.requests = []
         self.complaints = []
@@ -43,13 +45,12 @@ class Browser:
             stderr=subprocess.DEVNULL)
         os.close(commands)
         os.close(answers)
-        targets = self.call("Target.getTargets")["targetInfos"]
-        page = next(one for one in targets if one["type"] == "page")
         self.session = self.call(
-            "Target.attachToTarget", targetId=page["targetId"],
+            "Target.attachToTarget", targetId=self.first_page(),
             flatten=True)["sessionId"]
         for domain in ("Page", "Network", "Runtime", "Log"):
             self.call(domain + ".enable")
+        self.call("Page.setLifecycleEventsEnabled", enabled=True)
         return self
 
     def __exit__(self, *_):
@@ -91,6 +92,8 @@ class Browser:
             self.complaints.append(str(what["args"]))
         elif kind == "Log.entryAdded":
             self.complaints.append(what["entry"]["text"])
+        elif kind == "Page.lifecycleEvent" and what["name"] == "load":
+            self.loaded.add(what["loaderId"])
 
     def call(self, method, **parameters):
         """Calls a method, and gives its result."""
@@ -109,19 +112,26 @@ class Browser:
                 return answer["result"]
             self.note(answer)
 
+    def first_page(self):
+        """The page that is there from the start, or soon after it."""
+        end = time.monotonic() + LIMIT
+        while time.monotonic() < end:
+            for one in self.call("Target.getTargets")["targetInfos"]:
+                if one["type"] == "page":
+                    return one["targetId"]
+            time.sleep(0.1)
+        raise RuntimeError("the browser has no page")
+
     def open(self, path):
         """Opens a file, and waits until it is shown. Seconds that it took."""
         self.requests.clear()
         self.complaints.clear()
         url = pathlib.Path(path).resolve().as_uri()
         start = time.monotonic()
-        self.call("Page.navigate", url=url)
-        end = start + LIMIT
-        while True:
-            event = self.message(end)
-            self.note(event)
-            if event.get("method") == "Page.loadEventFired":
-                break
+        # It may be loaded before the answer to this has come.
+        load = self.call("Page.navigate", url=url)["loaderId"]
+        while load not in self.loaded:
+            self.note(self.message(start + LIMIT))
         # Laid out and painted, not only read.
         self.call("Page.captureScreenshot", format="jpeg", quality=1)
         return time.monotonic() - start

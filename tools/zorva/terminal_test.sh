@@ -78,9 +78,9 @@ status=0
 grep -q -- --batch "$work/out"
 
 # A reading that lasts longer than a second says so, and nothing of it stays.
-slow="cmd:sleep 3; cat $source"
+slow="cmd:sleep 8; cat $source"
 run 80 24 vt100 "'$program' queues --from '$slow'"
-shows "cmd:sleep 3; cat"
+shows "cmd:sleep 8; cat"
 shows "... 0 B"
 ended 1
 if screen | grep -qF "..."; then
