@@ -143,8 +143,12 @@ static inline bool msg_is_waiting(struct msg_thread *thread)
 static inline void msg_expect_waiting(struct kunit *test,
 				      struct msg_thread *thread)
 {
+	const unsigned long latest = jiffies + msecs_to_jiffies(5000);
 	unsigned long switches;
 
+	while (!msg_is_waiting(thread) && time_before(jiffies, latest))
+		msleep(10);
+	/* It says so before it has gone to sleep. */
 	msleep(20);
 	switches = READ_ONCE(thread->task->nvcsw);
 	KUNIT_EXPECT_TRUE(test, msg_is_waiting(thread));

@@ -229,8 +229,10 @@ static void a_receiver_told_to_end_leaves_the_message(struct kunit *test)
 			ZORVA_RC_OK);
 	msleep(50);
 	KUNIT_EXPECT_EQ(test, msg_put(queue, "x"), ZORVA_RC_OK);
-	for (i = 0; i < 100 && zt_report_count() < 2; i++)
+	for (i = 0; i < 500 && zt_report_count() < 2; i++)
 		msleep(10);
+	/* Its record goes after the report. */
+	msleep(20);
 
 	ZT_EXPECT_REPORTS(test,
 			  ZT_REPORT(3, "zorva_thread.cpp",

@@ -235,7 +235,26 @@ void zt_mark_log(void)
 }
 EXPORT_SYMBOL_GPL(zt_mark_log);
 
-/* The next line of the log that is not KUnit's, without its time stamp. */
+/* What the kernel says of itself at any time, whoever runs. */
+static bool is_of_the_kernel(const char *text)
+{
+	static const char *const begins[] = {
+		"clocksource: ", "hrtimer: interrupt took ",
+		"random: ",	 "sched_clock: ",
+		"spurious ",	 "tsc: ",
+	};
+	unsigned int i;
+
+	for (i = 0; i < ARRAY_SIZE(begins); i++)
+		if (strncmp(text, begins[i], strlen(begins[i])) == 0)
+			return true;
+	return false;
+}
+
+/*
+ * The next line of the log that is neither KUnit's nor the kernel's own,
+ * without its time stamp.
+ */
 static const char *next_log_line(struct zt_log_place *place)
 {
 	size_t length;
@@ -248,7 +267,8 @@ static const char *next_log_line(struct zt_log_place *place)
 		text = strstr(log_line, "] ");
 		text = text ? text + 2 : log_line;
 		if (strncmp(text, KUNIT_SUBTEST_INDENT,
-			    strlen(KUNIT_SUBTEST_INDENT)) != 0)
+			    strlen(KUNIT_SUBTEST_INDENT)) != 0 &&
+		    !is_of_the_kernel(text))
 			return text;
 	}
 	return NULL;

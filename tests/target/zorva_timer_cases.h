@@ -557,7 +557,7 @@ static void a_running_timer_cannot_be_started(struct kunit *test)
 	KUNIT_EXPECT_EQ(test, timer->expiries, 0u);
 
 	/* And goes on to its end. */
-	KUNIT_EXPECT_EQ(test, refresh(timer, 50), ZORVA_RC_OK);
+	KUNIT_EXPECT_EQ(test, refresh(timer, 200), ZORVA_RC_OK);
 	KUNIT_EXPECT_EQ(test, start(timer, LONG_MSECS), 0xFFFFFFFFu);
 	ZT_WAIT_FOR(test, timer->expiries, 1000);
 }
@@ -566,10 +566,10 @@ static void a_stopped_timer_does_not_expire(struct kunit *test)
 {
 	struct pooled *const timer = take(test, 0);
 
-	KUNIT_EXPECT_EQ(test, start(timer, 20), ZORVA_RC_OK);
+	KUNIT_EXPECT_EQ(test, start(timer, 60), ZORVA_RC_OK);
 	KUNIT_EXPECT_EQ(test, stop(timer), ZORVA_RC_OK);
 	expect_cleared(test, zt_started_of(&KIND, timer->record));
-	msleep(100);
+	msleep(150);
 
 	KUNIT_EXPECT_EQ(test, timer->expiries, 0u);
 	ZT_EXPECT_NO_REPORTS(test);
@@ -609,8 +609,8 @@ static void a_refresh_sets_a_running_timer_anew(struct kunit *test)
 	const char *const report = zt_file(test, KIND.report);
 	unsigned int i;
 
-	KUNIT_EXPECT_EQ(test, start(timer, 60), ZORVA_RC_OK);
-	for (i = 0; i < 10; i++) {
+	KUNIT_EXPECT_EQ(test, start(timer, 200), ZORVA_RC_OK);
+	for (i = 0; i < 15; i++) {
 		msleep(20);
 		KUNIT_ASSERT_EQ(test,
 				KIND.refresh(OTHER, &timer->id, 1000 + i,
@@ -621,8 +621,8 @@ static void a_refresh_sets_a_running_timer_anew(struct kunit *test)
 	KUNIT_EXPECT_EQ(test, timer->expiries, 0u);
 	ZT_EXPECT_FILE(test, KIND.report, "%s",
 		       with_row(test, report, idle_row_of(test, timer),
-				zt_running_row(test, OWNER, timer->id, 1, 1009,
-					       "again.c", 9)));
+				zt_running_row(test, OWNER, timer->id, 1, 1014,
+					       "again.c", 14)));
 	KUNIT_EXPECT_EQ(test, stop(timer), ZORVA_RC_OK);
 	ZT_EXPECT_NO_REPORTS(test);
 }
