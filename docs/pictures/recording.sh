@@ -120,8 +120,8 @@ same_in_all_runs()
 {
 	sed -E -e 's/\([0-9]+\)/(PID)/g' -e 's/\b[0-9]+ s\b/N s/g' \
 		-e 's/[0-9]+ blocks, .*/N blocks/' \
-		-e 's/(its end was overwritten), or .* the block below, of .*/WHERE/' \
-		-e 's/no block lies right below it: its own end was .*/WHERE/' \
+		-e 's/its end was overwritten, or its start by the block below, of .*/WHERE/' \
+		-e 's/no block lies right below it: its own end was overwritten/WHERE/' \
 		-e '/^DEADLOCK/s/(stp|lag)-update/THREAD/g' | LC_ALL=C sort
 }
 

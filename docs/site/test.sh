@@ -56,8 +56,8 @@ check()
 # nothing that would reach out.
 browser()
 {
-	timeout -k 5 120 chromium --headless --no-sandbox --disable-gpu --disable-quic \
-		--no-first-run --disable-background-networking \
+	timeout -k 5 120 chromium --headless --no-sandbox --disable-gpu \
+		--disable-quic --no-first-run --disable-background-networking \
 		--disable-component-update --disable-sync --hide-scrollbars \
 		--allow-file-access-from-files --user-data-dir="$work/profile" \
 		--virtual-time-budget=5000 "${@:1:$#-1}" \

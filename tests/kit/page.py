@@ -188,6 +188,17 @@ def run_session(session, directory, shell):
         raise Mismatch("the shell on the board was not left")
 
 
+@contextlib.contextmanager
+def ended_with_us(shell):
+    """What the shell runs, in a session of its own, ends if this is ended."""
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    try:
+        yield
+    except BaseException:
+        os.killpg(shell.pid, signal.SIGKILL)
+        raise
+
+
 def main():
     if len(sys.argv) != 3 or sys.argv[1] in ("-h", "--help"):
         print(__doc__.strip())
@@ -197,7 +208,8 @@ def main():
     # One shell for all, so that variables stay.
     with subprocess.Popen(["bash"], cwd=zorva, text=True,
                           stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                          start_new_session=True) as shell:
+                          start_new_session=True) as shell, \
+            ended_with_us(shell):
         for line, language, path, content in blocks(page.read_text()):
             if path:
                 (zorva / path).write_text(content)

@@ -239,9 +239,8 @@ EXPORT_SYMBOL_GPL(zt_mark_log);
 static bool is_of_the_kernel(const char *text)
 {
 	static const char *const begins[] = {
-		"clocksource: ", "hrtimer: interrupt took ",
-		"random: ",	 "sched_clock: ",
-		"spurious ",	 "tsc: ",
+		"clocksource: ", "hrtimer: interrupt took ", "random: ",
+		"sched_clock: ", "spurious 8259A interrupt", "tsc: ",
 	};
 	unsigned int i;
 
